@@ -1,0 +1,20 @@
+#pragma once
+// The run's message state: the silent-mode counter, the text of the one failure that ends the
+// run, and the stream every message goes to (standard error in the program, a capture in tests).
+#include <cstdio>
+
+namespace deqaz {
+
+struct Diagnostics {
+    int silentCount = 0;        // non-zero: silent mode
+    char errorText[200] = {};   // the failure that ends the run
+    std::FILE* err = stderr;    // every text of the program goes here
+
+    bool silent() const { return silentCount != 0; }
+    // Copies a message into errorText, cut to fit.
+    void setError(const char* message);
+    // Prints text unless silent.
+    void say(const char* text) const;
+};
+
+}  // namespace deqaz

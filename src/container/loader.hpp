@@ -1,0 +1,17 @@
+#pragma once
+// Loading a QAZ file held whole in memory into a module: header, body unpacking, records, tracks,
+// extra chunks, then every sample decoded to PCM (stereo split, copies made, loops clamped).
+#include <memory>
+
+#include "common/diagnostics.hpp"
+#include "container/input_stream.hpp"
+#include "container/module.hpp"
+
+namespace deqaz {
+
+// `in` describes the whole file, position 0. Returns the module, or null with the message in
+// diag.errorText ("This is not a QAZ file!", "Something is wrong with this file!" or
+// "Insufficient memory"). On return `in` again describes the whole file.
+std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag);
+
+}  // namespace deqaz

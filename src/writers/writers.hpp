@@ -1,0 +1,34 @@
+#pragma once
+// Writer dispatch and the per-format writers. Each writer appends a whole module file to the
+// output buffer, reading the loaded module; none can fail (a buffer that cannot grow is reported
+// by the buffer itself).
+#include "common/diagnostics.hpp"
+#include "container/module.hpp"
+#include "writers/output_buffer.hpp"
+
+namespace deqaz {
+
+struct WriteContext {
+    SongHeader& song;  // PCM_UNSIGNED output converts sample buffers in place
+    OutputBuffer& out;
+    const Diagnostics& diag;
+};
+
+// Resets the buffer and runs the writer chosen by the origin flags. Returns false only when the
+// output buffer failed (no memory, or output past 32-bit offsets).
+bool writeModule(SongHeader& song, OutputBuffer& out, const Diagnostics& diag);
+
+void writeIt(WriteContext& ctx);
+void writeXm(WriteContext& ctx);
+void writeMod(WriteContext& ctx);
+void writeMtm(WriteContext& ctx);
+void writeS3m(WriteContext& ctx);
+
+// MIDI configuration block (4896 bytes) and the extension blocks (FX00..FX19, CHFX).
+void writeMidiConfig(const SongHeader& song, OutputBuffer& out);
+void writeExtensionBlocks(const SongHeader& song, OutputBuffer& out);
+
+// Bounded name copy: at most `width` bytes, zero-padded, unterminated when full.
+void copyName(uint8_t* field, size_t width, const std::string& name);
+
+}  // namespace deqaz

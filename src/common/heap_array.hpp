@@ -3,9 +3,10 @@
 // request the machine cannot satisfy becomes the converter's own "Insufficient memory" (or
 // "Something is wrong with this file!") message rather than an exception or a crash.
 #include <cstddef>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <type_traits>
 
 namespace deqaz {
@@ -24,15 +25,18 @@ public:
         reset();
         if (count == 0) return true;
         if (count > SIZE_MAX / sizeof(T)) return false;
-        data_.reset(new (std::nothrow) T[count]);
+        data_.reset(static_cast<T*>(std::malloc(count * sizeof(T))));
         if (!data_) return false;
         size_ = count;
         return true;
     }
-    // Allocates `count` elements cleared to zero.
+    // Allocates `count` elements cleared to zero (calloc: large blocks cost nothing until used).
     bool allocZeroed(size_t count) {
-        if (!allocate(count)) return false;
-        if (count) std::memset(data_.get(), 0, count * sizeof(T));
+        reset();
+        if (count == 0) return true;
+        data_.reset(static_cast<T*>(std::calloc(count, sizeof(T))));
+        if (!data_) return false;
+        size_ = count;
         return true;
     }
     // Allocates a copy of `count` elements from `src`.
@@ -44,9 +48,15 @@ public:
     // Keeps the first `count` elements and releases the rest (a shrink, never a growth).
     bool shrink(size_t count) {
         if (count >= size_) return true;
-        HeapArray smaller;
-        if (!smaller.dupBuffer(data_.get(), count)) return false;
-        *this = std::move(smaller);
+        if (count == 0) {
+            reset();
+            return true;
+        }
+        T* smaller = static_cast<T*>(std::realloc(data_.get(), count * sizeof(T)));
+        if (!smaller) return false;  // the old block is still owned and intact
+        (void)data_.release();
+        data_.reset(smaller);
+        size_ = count;
         return true;
     }
     void reset() {
@@ -59,15 +69,18 @@ public:
     size_t size() const { return size_; }
     bool empty() const { return size_ == 0; }
     explicit operator bool() const { return data_ != nullptr; }
-    T& operator[](size_t i) { return data_[i]; }
-    const T& operator[](size_t i) const { return data_[i]; }
+    T& operator[](size_t i) { return data_.get()[i]; }
+    const T& operator[](size_t i) const { return data_.get()[i]; }
     T* begin() { return data_.get(); }
     T* end() { return data_.get() + size_; }
     const T* begin() const { return data_.get(); }
     const T* end() const { return data_.get() + size_; }
 
 private:
-    std::unique_ptr<T[]> data_;
+    struct Free {
+        void operator()(T* p) const { std::free(p); }
+    };
+    std::unique_ptr<T, Free> data_;
     size_t size_ = 0;
 };
 

@@ -20,8 +20,14 @@ struct QazWriteOptions {
 
 // Builds the unpacked body: strings, song header, orders, pattern tables, tracks, instruments,
 // samples and the extra chunk list. Records are stored as the module holds them, except each
-// sample's storedSize, which `storedSizes` supplies (one per sample).
-std::vector<uint8_t> buildBody(const SongHeader& song, uint8_t version, const std::vector<int32_t>& storedSizes);
+// sample's storedSize, which `storedSizes` supplies (one per sample), and, before version 5,
+// the logarithmic frequency form of IT modules with linear slides (unless `encodeFrequency`
+// is false, which stores the field as held).
+std::vector<uint8_t> buildBody(const SongHeader& song, uint8_t version, const std::vector<int32_t>& storedSizes,
+                               bool encodeFrequency = true);
+
+// A QAZ file from an unpacked body and the sample data that follows it.
+std::vector<uint8_t> assembleQaz(const std::vector<uint8_t>& body, uint8_t version, const std::vector<uint8_t>& sampleData);
 
 // The stored data of one sample, coded by its flags from its PCM (raw left then right channel;
 // prediction coding of 2 * length planar values for stereo).

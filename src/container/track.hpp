@@ -36,7 +36,7 @@ private:
     const uint8_t* track_ = nullptr;
     size_t size_ = 0;
     size_t pos_ = 0;        // offset of the current group
-    uint32_t groupEnd_ = 0; // first row after the current group
+    uint64_t groupEnd_ = 0; // first row after the current group
     bool started_ = false;
     bool ended_ = false;
 };

@@ -1,0 +1,185 @@
+#include "container/qaz_writer.hpp"
+
+#include <cmath>
+
+#include "common/endian.hpp"
+#include "container/pack.hpp"
+#include "samples/predict.hpp"
+
+namespace deqaz {
+
+namespace {
+
+class ByteSink {
+public:
+    explicit ByteSink(std::vector<uint8_t>& out) : out_(out) {}
+    void u8(uint8_t v) { out_.push_back(v); }
+    void u16(uint16_t v) {
+        uint8_t b[2];
+        wr16le(b, v);
+        bytes(b, 2);
+    }
+    void u32(uint32_t v) {
+        uint8_t b[4];
+        wr32le(b, v);
+        bytes(b, 4);
+    }
+    void bytes(const uint8_t* p, size_t n) { out_.insert(out_.end(), p, p + n); }
+    // Zero-terminated string; an absent (empty) string is the terminator alone.
+    void string(const std::string& s) {
+        bytes(reinterpret_cast<const uint8_t*>(s.data()), s.size());
+        u8(0);
+    }
+
+private:
+    std::vector<uint8_t>& out_;
+};
+
+// Inverse of the loader's conversion for files before version 5 (IT with linear slides):
+// stored = 1536 * log2(hz / 8363) - 1408, rounded to the nearest step.
+uint32_t encodeOldFrequency(uint32_t hz) {
+    if (hz == 0) return static_cast<uint32_t>(-100000);
+    double stored = std::round(1536.0 * std::log2(hz / 8363.0)) - 1408.0;
+    return static_cast<uint32_t>(static_cast<int32_t>(stored));
+}
+
+}  // namespace
+
+std::vector<uint8_t> buildBody(const SongHeader& song, uint8_t version, const std::vector<int32_t>& storedSizes,
+                               bool encodeFrequency) {
+    std::vector<uint8_t> body;
+    ByteSink out(body);
+    out.string(song.name);
+    out.string(song.message);
+    uint8_t header[SONG_HEADER_STORED_SIZE];
+    storeSongHeader(song, header);
+    out.bytes(header, sizeof header);
+
+    for (size_t i = 0; i < song.orderCount; ++i) out.u8(i < song.orders.size() ? song.orders[i] : 0);
+    const size_t tableEntries = static_cast<size_t>(song.channels) * song.patternCount;
+    for (size_t i = 0; i < tableEntries; ++i) out.u16(i < song.patternTracks.size() ? song.patternTracks[i] : 0);
+    for (size_t i = 0; i < song.patternCount; ++i) out.u16(i < song.patternRows.size() ? song.patternRows[i] : 0);
+    for (size_t t = 0; t < song.trackCount; ++t) {
+        if (t < song.tracks.size()) {
+            out.u32(static_cast<uint32_t>(song.tracks[t].size()));
+            out.bytes(song.tracks[t].data(), song.tracks[t].size());
+        } else {
+            out.u32(0);
+        }
+    }
+
+    uint8_t record[INSTRUMENT_STORED_SIZE];
+    for (const InstrumentRecord& ins : song.instruments) {
+        out.string(ins.name);
+        if (version >= 5) out.string(ins.fileName);
+        storeInstrument(ins, record);
+        out.bytes(record, INSTRUMENT_STORED_SIZE);
+    }
+
+    const bool oldFrequency = encodeFrequency && version < 5 && (song.flags & SH_LINEAR_SLIDES) && (song.flags & SH_ORIGIN_IT);
+    for (size_t i = 0; i < song.samples.size(); ++i) {
+        const SampleRecord& smp = song.samples[i];
+        out.string(smp.name);
+        if (version >= 5) out.string(smp.fileName);
+        storeSample(smp, record);
+        wr32le(record + 35, static_cast<uint32_t>(i < storedSizes.size() ? storedSizes[i] : smp.storedSize));
+        if (oldFrequency) wr32le(record, encodeOldFrequency(smp.frequency));
+        out.bytes(record, SAMPLE_STORED_SIZE);
+        if ((smp.flags & (SF_COMPRESSED | SF_PREDICT)) == (SF_COMPRESSED | SF_PREDICT))
+            out.u16(static_cast<uint16_t>(smp.headerSource));
+    }
+
+    if (song.flags & SH_EXTRA_CHUNKS) {
+        if (!song.channelFx.empty()) {
+            out.u8(1);
+            for (size_t i = 0; i < static_cast<size_t>(song.channels) * 4; ++i)
+                out.u8(i < song.channelFx.size() ? song.channelFx[i] : 0);
+        } else {
+            out.u8(0);
+        }
+        for (int k = 0; k < MAX_CHUNK_SLOTS; ++k) {
+            const ChunkSlot& slot = song.fxSlots[k];
+            if (!slot.present) continue;
+            out.u8(static_cast<uint8_t>(k + 1));
+            out.u32(static_cast<uint32_t>(slot.data.size()));
+            out.bytes(slot.data.data(), slot.data.size());
+        }
+        out.u8(0);
+    }
+    return body;
+}
+
+std::vector<uint8_t> codeSampleData(const SampleRecord& smp) {
+    std::vector<uint8_t> data;
+    if (smp.length == 0) return data;
+    const int channels = (smp.flags & SF_STEREO) ? 2 : 1;
+    const size_t n = smp.length;
+    auto value = [&](int c, size_t k) -> int16_t {
+        return (smp.pcm[c] && k < smp.pcm[c].size()) ? smp.pcm[c][k] : 0;
+    };
+
+    if (!smp.isCoded()) {
+        // Raw: the whole left channel, then the whole right one.
+        data.reserve(smp.rawStoredBytes());
+        for (int c = 0; c < channels; ++c) {
+            for (size_t k = 0; k < n; ++k) {
+                auto v = static_cast<uint16_t>(value(c, k));
+                if (smp.flags & SF_16BIT) {
+                    data.push_back(static_cast<uint8_t>(v));
+                    data.push_back(static_cast<uint8_t>(v >> 8));
+                } else {
+                    data.push_back(static_cast<uint8_t>(v >> 8));
+                }
+            }
+        }
+        return data;
+    }
+    if (!(smp.flags & (SF_DELTA | SF_PREDICT)) || (smp.flags & SF_COMPRESSED)) return data;
+
+    // Prediction coding: one stream of all left values then all right values.
+    std::vector<int16_t> planar(n * channels);
+    for (int c = 0; c < channels; ++c)
+        for (size_t k = 0; k < n; ++k) planar[c * n + k] = value(c, k);
+    const bool wide = smp.flags & SF_16BIT;
+    if (smp.flags & SF_DELTA)
+        return wide ? packDelta16(planar.data(), planar.size()) : packDelta8(planar.data(), planar.size());
+    return wide ? packPredict16(planar.data(), planar.size()) : packPredict8(planar.data(), planar.size());
+}
+
+std::vector<uint8_t> writeQaz(const SongHeader& song, const QazWriteOptions& options) {
+    std::vector<std::vector<uint8_t>> data(song.samples.size());
+    std::vector<int32_t> storedSizes(song.samples.size());
+    for (size_t i = 0; i < song.samples.size(); ++i) {
+        const SampleRecord& smp = song.samples[i];
+        if (smp.storedSize < 0) {
+            storedSizes[i] = smp.storedSize;  // a copy: no data of its own
+            continue;
+        }
+        if (i < options.codedData.size() && options.codedData[i]) {
+            data[i] = *options.codedData[i];
+            storedSizes[i] = static_cast<int32_t>(data[i].size());
+            continue;
+        }
+        data[i] = codeSampleData(smp);
+        storedSizes[i] = smp.isCoded() ? static_cast<int32_t>(data[i].size()) : 0;
+    }
+
+    std::vector<uint8_t> sampleData;
+    for (const auto& d : data) sampleData.insert(sampleData.end(), d.begin(), d.end());
+    return assembleQaz(buildBody(song, options.version, storedSizes), options.version, sampleData);
+}
+
+std::vector<uint8_t> assembleQaz(const std::vector<uint8_t>& body, uint8_t version, const std::vector<uint8_t>& sampleData) {
+    const std::vector<uint8_t> packed = body.empty() ? std::vector<uint8_t>{} : packBody(body.data(), body.size());
+    std::vector<uint8_t> file;
+    ByteSink out(file);
+    out.bytes(reinterpret_cast<const uint8_t*>("QAZ"), 3);
+    out.u8(version);
+    out.u32(static_cast<uint32_t>(body.size()));
+    if (version >= 5) out.u32(static_cast<uint32_t>(packed.size()));
+    out.bytes(packed.data(), packed.size());
+    out.bytes(sampleData.data(), sampleData.size());
+    return file;
+}
+
+}  // namespace deqaz

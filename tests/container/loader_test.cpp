@@ -1,0 +1,279 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "common/endian.hpp"
+#include "container/loader.hpp"
+#include "container/qaz_writer.hpp"
+#include "support/qaz_fixtures.hpp"
+
+using namespace deqaz;
+using namespace deqaz::testing;
+
+namespace {
+
+struct Loaded {
+    std::unique_ptr<SongHeader> song;
+    std::string error;
+};
+
+Loaded load(const std::vector<uint8_t>& file) {
+    InputStream in{file.data(), static_cast<uint32_t>(file.size()), 0};
+    Diagnostics diag;
+    Loaded r;
+    r.song = loadModule(in, diag);
+    r.error = diag.errorText;
+    EXPECT_EQ(in.inputData, file.data());  // the stream describes the whole file again
+    EXPECT_EQ(in.inputSize, file.size());
+    return r;
+}
+
+QazWriteOptions withVersion(uint8_t version) {
+    QazWriteOptions o;
+    o.version = version;
+    return o;
+}
+
+SongHeader oneSampleModule(uint16_t flags, uint32_t length) {
+    SongHeader song = makeMinimalModule(SH_ORIGIN_IT);
+    song.sampleCount = 1;
+    song.samples.resize(1);
+    song.samples[0].flags = flags;
+    song.samples[0].length = length;
+    fillPcm(song.samples[0], 7);
+    return song;
+}
+
+}  // namespace
+
+TEST(Loader, EveryRecordKindReadsBackAsWritten) {
+    SongHeader song = makeRichModule();
+    Loaded v5 = load(writeQaz(song, withVersion(5)));
+    ASSERT_TRUE(v5.song) << v5.error;
+    expectSameModule(song, *v5.song);
+    // The copy and the empty sample hold what loading makes of them.
+    EXPECT_EQ(v5.song->samples[8].pcm[0].size(), 0u);
+    EXPECT_EQ(v5.song->samples[9].pcm[1].size(), v5.song->samples[9].length);
+
+    // Version 4 has no file names; an XM-origin module keeps its frequencies as stored.
+    SongHeader xm = makeRichModule(0);
+    Loaded v4 = load(writeQaz(xm, withVersion(4)));
+    ASSERT_TRUE(v4.song) << v4.error;
+    for (auto& ins : xm.instruments) ins.fileName.clear();
+    for (auto& smp : xm.samples) smp.fileName.clear();
+    expectSameModule(xm, *v4.song);
+}
+
+TEST(Loader, OldFilesConvertLinearItFrequencies) {
+    SongHeader song = oneSampleModule(0, 16);
+    song.flags = SH_ORIGIN_IT | SH_LINEAR_SLIDES;
+    for (auto [stored, hz] : {std::pair<int32_t, uint32_t>{-1408, 8363}, {0, 15787}, {128, 16726}}) {
+        song.samples[0].frequency = static_cast<uint32_t>(stored);
+        std::vector<uint8_t> raw = codeSampleData(song.samples[0]);
+        Loaded v4 = load(assembleQaz(buildBody(song, 4, {0}, false), 4, raw));
+        ASSERT_TRUE(v4.song);
+        EXPECT_EQ(v4.song->samples[0].frequency, hz) << stored;
+        Loaded v5 = load(assembleQaz(buildBody(song, 5, {0}, false), 5, raw));
+        ASSERT_TRUE(v5.song);
+        EXPECT_EQ(v5.song->samples[0].frequency, static_cast<uint32_t>(stored));
+    }
+    // Absurd stored values saturate rather than overflow.
+    song.samples[0].frequency = 0x00100000;
+    Loaded big = load(assembleQaz(buildBody(song, 4, {0}, false), 4, codeSampleData(song.samples[0])));
+    ASSERT_TRUE(big.song);
+    EXPECT_EQ(big.song->samples[0].frequency, 0xFFFFFFFFu);
+    // The writer's inverse lands within a step of the original rate.
+    song.samples[0].frequency = 44100;
+    Loaded back = load(writeQaz(song, withVersion(4)));
+    ASSERT_TRUE(back.song);
+    EXPECT_NEAR(back.song->samples[0].frequency, 44100.0, 44100.0 / 1536);
+}
+
+TEST(Loader, HeaderAndBodyFailures) {
+    const std::vector<uint8_t> good = writeQaz(makeMinimalModule(SH_ORIGIN_MOD), withVersion(5));
+    ASSERT_TRUE(load(good).song);
+
+    auto withByte = [&](size_t at, uint8_t v) {
+        std::vector<uint8_t> f = good;
+        f[at] = v;
+        return f;
+    };
+    EXPECT_EQ(load(withByte(0, 'X')).error, "This is not a QAZ file!");
+    EXPECT_EQ(load(withByte(3, 6)).error, "This is not a QAZ file!");
+    EXPECT_EQ(load({'Q', 'A', 'Z'}).error, "This is not a QAZ file!");
+    // A packed size that disagrees with the data consumed (version 5).
+    EXPECT_EQ(load(withByte(8, static_cast<uint8_t>(good[8] + 1))).error, "Something is wrong with this file!");
+    // A body size of 0.
+    std::vector<uint8_t> empty = good;
+    wr32le(empty.data() + 4, 0);
+    EXPECT_EQ(load(empty).error, "Something is wrong with this file!");
+    // Packed data cut short: every cut fails cleanly.
+    for (size_t cut = 4; cut < good.size(); ++cut) {
+        Loaded r = load(std::vector<uint8_t>(good.begin(), good.begin() + static_cast<long>(cut)));
+        EXPECT_FALSE(r.song) << cut;
+        EXPECT_FALSE(r.error.empty()) << cut;
+    }
+}
+
+TEST(Loader, ShortBodyReadsAsZeros) {
+    // A version 4 body that stops inside the song header: the rest reads as zeros, so the module
+    // has no channels, patterns or samples, and an order list of 0 entries still counts.
+    SongHeader song = makeMinimalModule(SH_ORIGIN_S3M);
+    std::vector<uint8_t> body = buildBody(song, 4, {});
+    body.resize(song.name.size() + 1 + 1 + 14);  // up to the initial speed
+    Loaded r = load(assembleQaz(body, 4, {}));
+    ASSERT_TRUE(r.song) << r.error;
+    EXPECT_EQ(r.song->channels, 4);
+    EXPECT_EQ(r.song->orderCount, 1);
+    EXPECT_EQ(r.song->flags, 0u);
+    EXPECT_EQ(r.song->origin(), Origin::XM);
+}
+
+TEST(Loader, ExtraChunkList) {
+    SongHeader song = makeMinimalModule(SH_ORIGIN_IT | SH_EXTRA_CHUNKS);
+    std::vector<uint8_t> base = buildBody(song, 5, {});
+    base.pop_back();  // the writer's empty list: flag byte 0 and terminator 0
+    base.pop_back();
+    auto loadList = [&](std::vector<uint8_t> list) {
+        std::vector<uint8_t> body = base;
+        body.insert(body.end(), list.begin(), list.end());
+        return load(assembleQaz(body, 5, {}));
+    };
+
+    // No channelFx, then identifier 3 with 10 bytes.
+    Loaded a = loadList({0, 3, 10, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 0});
+    ASSERT_TRUE(a.song);
+    EXPECT_TRUE(a.song->channelFx.empty());
+    EXPECT_TRUE(a.song->fxSlots[2].present);
+    EXPECT_EQ(a.song->fxSlots[2].size, 10u);
+    EXPECT_EQ(a.song->fxSlots[2].data[9], 10);
+
+    // Identifier 25 has no slot and is stepped over; 20 is the last slot; a count past the end
+    // keeps what is there.
+    Loaded b = loadList({1, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 25, 2, 0, 0, 0, 0xAA, 0xBB, 20, 1, 0, 0, 0,
+                         0x77, 5, 100, 0, 0, 0, 1, 2});
+    ASSERT_TRUE(b.song);
+    ASSERT_EQ(b.song->channelFx.size(), 16u);
+    EXPECT_EQ(b.song->channelFx[15], 16);
+    EXPECT_TRUE(b.song->fxSlots[19].present);
+    EXPECT_EQ(b.song->fxSlots[19].data[0], 0x77);
+    EXPECT_EQ(b.song->fxSlots[4].size, 2u);
+    for (int k : {0, 1, 2, 3, 5, 18}) EXPECT_FALSE(b.song->fxSlots[k].present) << k;
+
+    // A body that ends right after the sample records loads with no chunks.
+    Loaded c = loadList({});
+    ASSERT_TRUE(c.song);
+    for (const auto& slot : c.song->fxSlots) EXPECT_FALSE(slot.present);
+}
+
+TEST(Loader, TrackCountsPastTheBodyAreCut) {
+    SongHeader song = makeMinimalModule(SH_ORIGIN_IT);
+    std::vector<uint8_t> body = buildBody(song, 5, {});
+    // The last track is the byte 0 after its count: claim 1000 bytes instead.
+    size_t countAt = body.size() - 5;
+    wr32le(body.data() + countAt, 1000);
+    Loaded r = load(assembleQaz(body, 5, {}));
+    ASSERT_TRUE(r.song) << r.error;
+    EXPECT_EQ(r.song->tracks[0].size(), 1u);
+}
+
+TEST(Loader, LoopsAreClampedToTheData) {
+    SongHeader song = oneSampleModule(SF_16BIT | SF_LOOP | SF_PINGPONG | SF_SUSTAIN, 4000);
+    song.samples[0].loopStart = 100;
+    song.samples[0].loopEnd = 5000;
+    song.samples[0].sustainStart = 4000;
+    song.samples[0].sustainEnd = 4000;
+    Loaded r = load(writeQaz(song));
+    ASSERT_TRUE(r.song);
+    const SampleRecord& s = r.song->samples[0];
+    EXPECT_EQ(s.loopEnd, 4000u);
+    EXPECT_EQ(s.flags & (SF_LOOP | SF_PINGPONG), SF_LOOP | SF_PINGPONG);
+    EXPECT_EQ(s.flags & SF_SUSTAIN, 0);
+
+    song.samples[0].loopStart = 4000;
+    Loaded cleared = load(writeQaz(song));
+    ASSERT_TRUE(cleared.song);
+    EXPECT_EQ(cleared.song->samples[0].flags & (SF_LOOP | SF_PINGPONG), 0);
+}
+
+TEST(Loader, CopiesOfOtherSamples) {
+    SongHeader song = makeMinimalModule(SH_ORIGIN_IT);
+    song.sampleCount = 3;
+    song.samples.resize(3);
+    song.samples[0].flags = SF_16BIT | SF_STEREO;
+    song.samples[0].length = 300;
+    fillPcm(song.samples[0], 3);
+    song.samples[1].length = 200;  // raw 8-bit
+    fillPcm(song.samples[1], 4);
+    song.samples[2].length = 500;  // copies sample 0, which is shorter
+    song.samples[2].storedSize = -2;
+    song.samples[2].flags = SF_16BIT | SF_STEREO | SF_LOOP;
+    song.samples[2].loopStart = 10;
+    song.samples[2].loopEnd = 600;
+    Loaded r = load(writeQaz(song));
+    ASSERT_TRUE(r.song) << r.error;
+    const SampleRecord& copy = r.song->samples[2];
+    for (int c = 0; c < 2; ++c) {
+        ASSERT_EQ(copy.pcm[c].size(), 500u);
+        EXPECT_EQ(std::memcmp(copy.pcm[c].data(), song.samples[0].pcm[c].data(), 600), 0);
+        EXPECT_EQ(copy.pcm[c][300], 0);
+        EXPECT_EQ(copy.pcm[c][499], 0);
+    }
+    EXPECT_EQ(copy.loopEnd, 500u);
+
+    // A copy reaching before the first sample cannot come from a sound file.
+    song.samples[2].storedSize = -3;
+    EXPECT_EQ(load(writeQaz(song)).error, "Something is wrong with this file!");
+}
+
+TEST(Loader, SampleDataPlacementAndShortInput) {
+    // Raw 16-bit stereo of 1000 frames occupies 4000 bytes: left channel, then right.
+    SongHeader song = oneSampleModule(SF_16BIT | SF_STEREO, 1000);
+    std::vector<uint8_t> file = writeQaz(song);
+    Loaded full = load(file);
+    ASSERT_TRUE(full.song);
+    expectSameModule(song, *full.song);
+    const uint32_t dataAt = full.song->samples[0].dataOffset;
+    EXPECT_EQ(file.size() - dataAt, 4000u);
+    EXPECT_EQ(rd16le(&file[dataAt + 2000]), static_cast<uint16_t>(song.samples[0].pcm[1][0]));
+
+    // Cut inside the left channel: the right channel has no data left and stays absent.
+    file.resize(dataAt + 1001);
+    Loaded cut = load(file);
+    ASSERT_TRUE(cut.song);
+    const SampleRecord& s = cut.song->samples[0];
+    EXPECT_EQ(s.pcm[0].size(), 1000u);
+    EXPECT_EQ(s.pcm[1].size(), 0u);
+    // A short 16-bit read keeps the bytes present (500 values and one low byte), the rest is zero.
+    for (size_t k = 0; k < 500; ++k) ASSERT_EQ(s.pcm[0][k], song.samples[0].pcm[0][k]) << k;
+    EXPECT_EQ(s.pcm[0][500], song.samples[0].pcm[0][500] & 0xFF);
+    for (size_t k = 501; k < 1000; ++k) ASSERT_EQ(s.pcm[0][k], 0) << k;
+}
+
+TEST(Loader, SharedHeaderSamplesCarryTheirSourceIndex) {
+    // SF_COMPRESSED with SF_PREDICT stores two more bytes after the record; the records after it
+    // must still line up. The data are not Ogg, so they decode as (silent) Layer III.
+    SongHeader song = makeMinimalModule(0);
+    song.sampleCount = 3;
+    song.samples.resize(3);
+    song.samples[0].flags = SF_COMPRESSED;
+    song.samples[0].length = 10;
+    song.samples[1].flags = SF_COMPRESSED | SF_PREDICT;
+    song.samples[1].length = 10;
+    song.samples[1].headerSource = -1;
+    song.samples[1].codecParam = 3;
+    song.samples[2].length = 4;
+    song.samples[2].volume = 33;
+    song.samples[2].name = "after";
+    fillPcm(song.samples[2], 1);
+    QazWriteOptions opt;
+    opt.codedData = {std::vector<uint8_t>{1, 2, 3, 4, 5}, std::vector<uint8_t>{6, 7}, std::nullopt};
+    Loaded r = load(writeQaz(song, opt));
+    ASSERT_TRUE(r.song) << r.error;
+    EXPECT_EQ(r.song->samples[1].headerSource, -1);
+    EXPECT_EQ(r.song->samples[1].storedSize, 2);
+    EXPECT_EQ(r.song->samples[2].volume, 33);
+    EXPECT_EQ(r.song->samples[2].name, "after");
+    EXPECT_EQ(r.song->samples[2].pcm[0][3], song.samples[2].pcm[0][3]);
+    for (int k = 0; k < 10; ++k) EXPECT_EQ(r.song->samples[1].pcm[0][k], 0);
+}

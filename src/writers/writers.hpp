@@ -24,6 +24,11 @@ void writeMod(WriteContext& ctx);
 void writeMtm(WriteContext& ctx);
 void writeS3m(WriteContext& ctx);
 
+// The writer writeModule runs for a song flag word: the first origin flag set in the order IT,
+// S3M, MOD, MTM decides; none is XM.
+using WriterFn = void (*)(WriteContext&);
+WriterFn writerFor(uint32_t songFlags);
+
 // MIDI configuration block (4896 bytes) and the extension blocks (FX00..FX19, CHFX).
 void writeMidiConfig(const SongHeader& song, OutputBuffer& out);
 void writeExtensionBlocks(const SongHeader& song, OutputBuffer& out);

@@ -192,8 +192,11 @@ SongHeader makeRichModule(uint32_t originFlags) {
         fillPcm(smp, static_cast<uint32_t>(i + 1));
     }
     // The copy's PCM is what loading will make of it.
-    for (int c = 0; c < 2; ++c)
-        if (song.samples[6].pcm[c]) EXPECT_TRUE(song.samples[7].pcm[c].dupBuffer(song.samples[6].pcm[c].data(), song.samples[6].length));
+    for (int c = 0; c < 2; ++c) {
+        if (song.samples[6].pcm[c]) {
+            EXPECT_TRUE(song.samples[7].pcm[c].dupBuffer(song.samples[6].pcm[c].data(), song.samples[6].length));
+        }
+    }
 
     EXPECT_TRUE(song.channelFx.allocate(song.channels * 4));
     for (size_t k = 0; k < song.channelFx.size(); ++k) song.channelFx[k] = static_cast<uint8_t>(k * 7);

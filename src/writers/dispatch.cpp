@@ -1,0 +1,34 @@
+#include <algorithm>
+#include <cstring>
+
+#include "writers/writers.hpp"
+
+namespace deqaz {
+
+WriterFn writerFor(uint32_t songFlags) {
+    switch (originOf(songFlags)) {
+        case Origin::IT: return &writeIt;
+        case Origin::S3M: return &writeS3m;
+        case Origin::MOD: return &writeMod;
+        case Origin::MTM: return &writeMtm;
+        case Origin::XM: break;
+    }
+    return &writeXm;
+}
+
+bool writeModule(SongHeader& song, OutputBuffer& out, const Diagnostics& diag) {
+    out.reset();
+    WriteContext ctx{song, out, diag};
+    writerFor(song.flags)(ctx);
+    return !out.failed();
+}
+
+void copyName(uint8_t* field, size_t width, const std::string& name) {
+    std::memset(field, 0, width);
+    // Like strncpy: the name ends at its first zero byte, and a name that fills the field has no
+    // terminator.
+    const size_t length = std::min(width, ::strnlen(name.c_str(), name.size()));
+    std::memcpy(field, name.data(), length);
+}
+
+}  // namespace deqaz

@@ -1,0 +1,207 @@
+#include "writers/translate.hpp"
+
+#include <cstdio>
+
+namespace deqaz {
+
+namespace {
+
+// Cell values of IT's volume column are the IT value + 1, so 0 can mean "empty".
+constexpr uint8_t IT_VOL_PITCH_DOWN = 106;  // IT 105 + x: pitch slide down by 4x
+constexpr uint8_t IT_VOL_PITCH_UP = 116;    // IT 115 + x: pitch slide up by 4x
+constexpr uint8_t IT_VOL_PAN = 129;         // IT 128 + p: set panning 0-64
+constexpr uint8_t IT_VOL_PORTA = 194;       // IT 193 + i: tone portamento, PORTA_VOLUME_TABLE[i]
+constexpr uint8_t IT_VOL_VIBRATO = 204;     // IT 203 + d: vibrato depth 0-9
+
+// Warnings have no sink when the caller gives no diagnostics.
+void warn(const TranslateContext& ctx, const char* text, bool evenWhenSilent) {
+    if (!ctx.diag) return;
+    if (evenWhenSilent)
+        std::fputs(text, ctx.diag->err);
+    else
+        ctx.diag->say(text);
+}
+
+int portaVolumeIndex(uint8_t p) {
+    for (int i = 0; i < 10; ++i)
+        if (PORTA_VOLUME_TABLE[i] == p) return i;
+    return -1;
+}
+
+// The XM volume-column slide commands put their nibble in the high or low half depending on
+// direction: a non-zero low nibble means the "down" variant.
+uint8_t slideByte(uint8_t downBase, uint8_t upBase, uint8_t p) {
+    if (p & 0x0F) return static_cast<uint8_t>(downBase | p);
+    return static_cast<uint8_t>(upBase | (p >> 4));
+}
+
+}  // namespace
+
+Target targetOf(uint32_t songFlags) {
+    if (songFlags & SH_ORIGIN_IT) return Target::IT;
+    if (songFlags & SH_ORIGIN_S3M) return Target::S3M;
+    if (songFlags & (SH_ORIGIN_MOD | SH_ORIGIN_MTM)) return Target::MODMTM;
+    return Target::XM;
+}
+
+void setEffect(EventCell& cell, uint8_t effect, uint8_t parameter, const TranslateContext& ctx) {
+    if (cell.effect == 0 && cell.parameter == 0) {
+        cell.effect = effect;
+        cell.parameter = parameter;
+        return;
+    }
+    // IT can hold a coarse portamento up/down in the volume column, which frees the effect
+    // column for the new command.
+    if (ctx.target == Target::IT && cell.volume == 0 && (cell.effect == 5 || cell.effect == 6)) {
+        const uint8_t q = cell.parameter;
+        if (q % 4 == 0 && q <= 36) {
+            const uint8_t base = cell.effect == 5 ? IT_VOL_PITCH_DOWN : IT_VOL_PITCH_UP;
+            cell.volume = static_cast<uint8_t>(base + q / 4);
+            cell.effect = effect;
+            cell.parameter = parameter;
+            return;
+        }
+    }
+    warn(ctx, "2 effects in 1 row!\n", true);
+}
+
+void moveVolumeToEffect(EventCell& cell, const TranslateContext& ctx) {
+    const uint8_t v = cell.volume;
+    if (v == 0) return;
+    if (v <= 0x50)
+        setEffect(cell, 12, static_cast<uint8_t>(v - 0x10), ctx);
+    else if ((v >> 4) == 0xC)
+        setEffect(cell, 8, static_cast<uint8_t>((v & 0x0F) << 4), ctx);
+    else if ((v >> 4) == 0xF)
+        setEffect(cell, 3, static_cast<uint8_t>((v & 0x0F) << 4), ctx);
+    else
+        warn(ctx, "warn: ClearXMVol\n", false);  // slides and vibrato have no effect twin here
+    cell.volume = 0;
+}
+
+void translateEvent(EventCell& cell, TrackGroup group, const TranslateContext& ctx) {
+    cell = EventCell{};
+    if (!group) return;
+
+    const Target t = ctx.target;
+    const bool itSide = t == Target::IT || t == Target::S3M;
+    const bool xm = t == Target::XM;
+    auto effect = [&](uint8_t e, uint8_t p) { setEffect(cell, e, p, ctx); };
+
+    const unsigned pairs = group.pairCount();
+    const uint8_t* pair = group.bytes + 1;
+    for (unsigned i = 0; i < pairs; ++i, pair += 2) {
+        const uint8_t cmd = pair[0];
+        const uint8_t p = pair[1];
+        if (cmd == 0) break;
+        switch (cmd) {
+            case 1: cell.note = p <= 253 ? static_cast<uint8_t>(p + 1) : p; break;
+            case 2: cell.instrument = static_cast<uint8_t>(p + 1); break;
+            case 3: effect(itSide ? 10 : 0, p); break;  // arpeggio: IT J, XM 0
+            case 4: effect(1, p); break;
+            case 5: effect(2, p); break;
+            case 6:  // tone portamento
+                if (t == Target::IT && cell.volume == 0 && portaVolumeIndex(p) >= 0)
+                    cell.volume = static_cast<uint8_t>(IT_VOL_PORTA + portaVolumeIndex(p));
+                else if (xm && cell.volume == 0 && (p & 0x0F) == 0)
+                    cell.volume = static_cast<uint8_t>(0xF0 | (p >> 4));
+                else
+                    effect(itSide ? 7 : 3, p);
+                break;
+            case 7:  // vibrato
+                if (t == Target::IT && cell.volume == 0 && p <= 9)
+                    cell.volume = static_cast<uint8_t>(IT_VOL_VIBRATO + p);
+                else
+                    effect(itSide ? 8 : 4, p);
+                break;
+            case 8: effect(5, p); break;
+            case 9: effect(6, p); break;
+            case 10: effect(itSide ? 18 : 7, p); break;  // tremolo
+            case 11:                                     // set panning
+                if (t == Target::IT && cell.volume == 0 && p % 4 == 0)
+                    cell.volume = static_cast<uint8_t>(IT_VOL_PAN + p / 4);
+                else if (t == Target::IT && cell.volume == 0 && p == 255)
+                    cell.volume = IT_VOL_PAN + 64;
+                else if (xm && cell.volume == 0 && (p & 0x0F) == 0)
+                    cell.volume = static_cast<uint8_t>(0xC0 | (p >> 4));
+                else
+                    effect(itSide ? 24 : 8, p);
+                break;
+            case 12: effect(itSide ? 15 : 9, p); break;  // sample offset
+            case 13: effect(10, p); break;
+            case 14: effect(itSide ? 2 : 11, p); break;  // position jump
+            case 15:                                     // set volume
+                if (itSide)
+                    cell.volume = static_cast<uint8_t>(p + 1);
+                else if (xm && cell.volume == 0)
+                    cell.volume = static_cast<uint8_t>(0x10 + p);
+                else
+                    effect(12, p);
+                break;
+            case 16: effect(itSide ? 3 : 13, p); break;  // pattern break
+            case 17: effect(14, p); break;
+            case 18: effect(itSide ? 20 : 15, p); break;  // speed / tempo
+            case 19: effect(29, p); break;
+            case 20:
+                moveVolumeToEffect(cell, ctx);
+                cell.volume = slideByte(0x60, 0x70, p);
+                break;
+            case 21:
+                moveVolumeToEffect(cell, ctx);
+                cell.volume = slideByte(0x80, 0x90, p);
+                break;
+            case 22: effect(itSide ? 22 : 16, p); break;  // set global volume
+            case 23: effect(17, p); break;
+            case 24: effect(20, p); break;
+            case 25: effect(21, p); break;
+            case 26: effect(25, p); break;
+            case 27:
+                moveVolumeToEffect(cell, ctx);
+                cell.volume = slideByte(0xD0, 0xE0, p);
+                break;
+            case 28: effect(27, p); break;
+            case 29: effect(33, static_cast<uint8_t>(p | 0x10)); break;
+            case 30: effect(33, static_cast<uint8_t>(p | 0x20)); break;
+            case 31:
+                moveVolumeToEffect(cell, ctx);
+                cell.volume = static_cast<uint8_t>(0xA0 | p);
+                break;
+            case 32:
+                moveVolumeToEffect(cell, ctx);
+                cell.volume = static_cast<uint8_t>(0xB0 | p);
+                break;
+            case 33: effect(1, p); break;
+            case 34:  // IT D merges with G or H already in the row into L or K
+                if (cell.effect == 7) {
+                    cell.effect = 12;
+                    cell.parameter = p;
+                } else if (cell.effect == 8) {
+                    cell.effect = 11;
+                    cell.parameter = p;
+                } else {
+                    effect(4, p);
+                }
+                break;
+            case 35: effect(5, p); break;
+            case 36: effect(6, p); break;
+            case 37: effect(9, p); break;
+            case 38: effect(17, p); break;
+            case 39: effect(21, p); break;
+            case 40: effect(13, p); break;
+            case 41: effect(14, p); break;
+            case 42: effect(16, p); break;
+            case 43: effect(19, p); break;
+            case 44: effect(20, p); break;
+            case 45: effect(23, p); break;
+            case 46: effect(25, p); break;
+            case 47: effect(itSide ? 26 : 35, p); break;  // MIDI macro: IT Z, XM Z (35)
+            case 48: cell.volume = static_cast<uint8_t>(p + 66); break;
+            case 49: cell.volume = static_cast<uint8_t>(p + IT_VOL_PITCH_DOWN); break;
+            case 50: cell.volume = static_cast<uint8_t>(p + IT_VOL_PITCH_UP); break;
+            case 51: effect(32, p); break;
+            default: break;  // unknown commands are skipped
+        }
+    }
+}
+
+}  // namespace deqaz

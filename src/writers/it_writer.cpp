@@ -1,0 +1,383 @@
+// IT writer: serialises the module as an uncompressed Impulse Tracker 2.14 file.
+//
+// Layout, in file order: 192-byte header, order list + 0xFF, offset table (instruments, samples,
+// patterns; reserved now and patched later), two zero bytes, the MIDI configuration block (only
+// when a parametered macro slot is set and some track uses a macro command), the extension
+// blocks, the song message, 557-byte instrument headers, 80-byte sample headers, packed patterns
+// and finally the sample data (signed PCM). Offsets to sections written later are remembered as
+// buffer offsets, never addresses, since the buffer moves as it grows.
+//
+// IT has room for 64 channels and 25 envelope nodes. A module beyond either limit cannot be
+// represented; rather than index past the header's tables or the per-channel memory, the writer
+// clamps: only the first 64 channels are written (the rest of each pattern is dropped) and only
+// the first 25 nodes of an envelope are copied, with the node count written as at most 25.
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+
+#include "common/endian.hpp"
+#include "container/track.hpp"
+#include "writers/translate.hpp"
+#include "writers/writers.hpp"
+
+namespace deqaz {
+
+namespace {
+
+constexpr unsigned IT_MAX_CHANNELS = 64;
+constexpr unsigned IT_MAX_NODES = 25;
+constexpr size_t IT_HEADER_SIZE = 192;
+constexpr size_t IT_INSTRUMENT_SIZE = 557;  // IT's 554-byte layout plus three zero bytes
+constexpr size_t IT_SAMPLE_SIZE = 80;
+constexpr size_t IT_ENVELOPE_SIZE = 82;
+constexpr uint32_t IT_SAMPLE_DATA_OFFSET_FIELD = 0x48;
+constexpr uint16_t IT_VERSION = 0x0214;
+
+// Track commands that make a module depend on its parametered macros.
+constexpr uint8_t CMD_IT_SPECIAL = 43;  // S: SFx selects a parametered macro
+constexpr uint8_t CMD_MIDI_MACRO = 47;  // Z
+
+// Counts as the records actually hold them, so a header can never promise more than is written.
+struct ItCounts {
+    unsigned channels;
+    unsigned orders;
+    unsigned instruments;  // records, written only in instrument mode
+    unsigned samples;
+    unsigned patterns;
+};
+
+ItCounts countsOf(const SongHeader& song) {
+    ItCounts c{};
+    c.channels = std::min<unsigned>(song.channels, IT_MAX_CHANNELS);
+    c.orders = static_cast<unsigned>(std::min<size_t>(song.orderCount, song.orders.size()));
+    c.instruments = static_cast<unsigned>(std::min<size_t>(song.instrumentCount, song.instruments.size()));
+    c.samples = static_cast<unsigned>(std::min<size_t>(song.sampleCount, song.samples.size()));
+    c.patterns = static_cast<unsigned>(std::min<size_t>(song.patternCount, song.patternRows.size()));
+    return c;
+}
+
+// True when a parametered macro slot is set and some pair of some track asks for a macro: Zxx,
+// or SFx (which selects a parametered macro). Every pair counts, also those after a command 0
+// and those of groups that cover no row.
+bool usesMidiMacros(const SongHeader& song) {
+    const bool anySlot = std::any_of(song.sfxMacro.begin(), song.sfxMacro.end(), [](uint8_t v) { return v != 0; });
+    if (!anySlot) return false;
+    bool found = false;
+    for (const Track& track : song.tracks) {
+        forEachGroup(track, [&](TrackGroup group) {
+            for (unsigned k = 0; k < group.pairCount(); ++k) {
+                const uint8_t command = group.bytes[1 + 2 * k];
+                const uint8_t parameter = group.bytes[2 + 2 * k];
+                if (command == CMD_MIDI_MACRO || (command == CMD_IT_SPECIAL && (parameter >> 4) == 0xF)) {
+                    found = true;
+                    return false;
+                }
+            }
+            return true;
+        });
+        if (found) return true;
+    }
+    return false;
+}
+
+// The stored mixing volume code: negative codes are offsets from 52, others grow exponentially
+// (0 -> 52, 28 -> 127). The factor is taken bit for bit as the double 0x3FC3D70A3D70A3D8 (one
+// unit in the last place above the nearest double to 0.155), the constant the codes were made with.
+uint8_t itMixVolume(int8_t code) {
+    if (code < 0) return static_cast<uint8_t>(code + 52);
+    const double factor = std::bit_cast<double>(uint64_t{0x3FC3D70A3D70A3D8});
+    const auto value = static_cast<int64_t>(std::exp(factor * code)) + 51;
+    return static_cast<uint8_t>(value);
+}
+
+uint8_t itChannelPan(uint8_t pan) {
+    if (pan == 127) return 100;  // surround
+    return static_cast<uint8_t>(pan * 64 / 255);
+}
+
+void buildHeader(const SongHeader& song, const ItCounts& counts, bool instrumentMode, bool macros,
+                 uint8_t* h) {
+    std::copy_n("IMPM", 4, h);
+    copyName(h + 0x04, 26, song.name);
+    wr16le(h + 0x20, static_cast<uint16_t>(counts.orders + 1));
+    wr16le(h + 0x22, static_cast<uint16_t>(instrumentMode ? counts.instruments : 0));
+    wr16le(h + 0x24, static_cast<uint16_t>(counts.samples));
+    wr16le(h + 0x26, static_cast<uint16_t>(counts.patterns));
+    wr16le(h + 0x28, IT_VERSION);
+    wr16le(h + 0x2A, IT_VERSION);
+
+    uint16_t flags = 0x0001;
+    if (instrumentMode) flags |= 0x0004;
+    if (song.flags & SH_LINEAR_SLIDES) flags |= 0x0008;
+    if (!(song.flags & SH_IT_NO_OLD_EFFECTS)) flags |= 0x0010;
+    if (!(song.flags & SH_IT_NO_COMPAT_GXX)) flags |= 0x0020;
+    if (song.flags & SH_IT_FLAG_1000) flags |= 0x1000;
+    wr16le(h + 0x2C, flags);
+
+    const bool hasMessage = !song.message.empty();
+    uint16_t special = 0;
+    if (hasMessage) special |= 0x0001;
+    if (macros) special |= 0x000E;
+    wr16le(h + 0x2E, special);
+
+    h[0x30] = song.globalVolume;
+    h[0x31] = itMixVolume(song.mixVolume);
+    h[0x32] = song.initialSpeed;
+    h[0x33] = song.initialTempo;
+    h[0x34] = song.separation;
+    // The message length counts the terminating zero; the offset is patched when the text goes out.
+    if (hasMessage) wr16le(h + 0x36, static_cast<uint16_t>(song.message.size() + 1));
+
+    for (unsigned c = 0; c < IT_MAX_CHANNELS; ++c) {
+        const bool used = c < counts.channels;
+        h[0x40 + c] = used ? itChannelPan(song.channelPan[c]) : 0x80;  // 0x80: channel disabled
+        h[0x80 + c] = used ? song.channelVolume[c] : 0;
+    }
+}
+
+enum class EnvelopeKind { Volume, Panning, Pitch };
+
+// QAZ envelopes keep sustain before loop and 16-bit values; IT keeps loop before sustain and one
+// signed byte per node (panning centred on 0, pitch in half-tones).
+void buildEnvelope(const Envelope& env, EnvelopeKind kind, uint8_t* e) {
+    uint8_t flags = 0;
+    if (env.flags & 0x01) flags |= 0x01;
+    if (env.flags & 0x04) flags |= 0x02;
+    if (env.flags & 0x02) flags |= 0x04;
+    if (env.flags & 0x20) flags |= 0x08;
+    if (kind == EnvelopeKind::Pitch && (env.flags & 0x10)) flags |= 0x80;
+    const unsigned nodes = std::min<unsigned>(env.pointCount, IT_MAX_NODES);
+    e[0] = flags;
+    e[1] = static_cast<uint8_t>(nodes);
+    e[2] = env.loopStart;
+    e[3] = env.loopEnd;
+    e[4] = env.sustainStart;
+    e[5] = env.sustainEnd;
+    for (unsigned k = 0; k < nodes; ++k) {
+        const EnvelopePoint& point = env.points[k];
+        uint8_t value = 0;
+        switch (kind) {
+            case EnvelopeKind::Volume: value = static_cast<uint8_t>(point.value); break;
+            case EnvelopeKind::Panning: value = static_cast<uint8_t>(point.value - 32); break;
+            case EnvelopeKind::Pitch: value = static_cast<uint8_t>((point.value >> 5) - 32); break;
+        }
+        e[6 + 3 * k] = value;
+        wr16le(e + 7 + 3 * k, point.tick);
+    }
+}
+
+void buildInstrument(const InstrumentRecord& ins, uint8_t* h) {
+    std::copy_n("IMPI", 4, h);
+    copyName(h + 0x004, 12, ins.fileName);
+    h[0x011] = ins.newNoteAction;
+    h[0x012] = ins.duplicateCheckType;
+    h[0x013] = ins.duplicateCheckAction;
+    wr16le(h + 0x014, static_cast<uint16_t>(ins.fadeout >> 5));
+    h[0x016] = ins.pitchPanSeparation;
+    h[0x017] = ins.pitchPanCentre;
+    h[0x018] = ins.globalVolume;
+    h[0x019] = ins.pan == -1 ? 0x80 : static_cast<uint8_t>(ins.pan * 64 / 255);
+    h[0x01A] = static_cast<uint8_t>(ins.randomVolume);
+    h[0x01B] = static_cast<uint8_t>(ins.randomPan >> 2);
+    copyName(h + 0x020, 26, ins.name);
+    h[0x03A] = ins.filterCutoff;
+    h[0x03B] = ins.filterResonance;
+    // MIDI channel 0 means the instrument plays no MIDI; the other MIDI fields are then left 0.
+    if (ins.midiChannel != 0) {
+        h[0x03C] = static_cast<uint8_t>(ins.midiChannel + 1);
+        h[0x03D] = ins.midiProgram;
+        wr16le(h + 0x03E, ins.midiBank);
+    }
+    for (unsigned i = 0; i < 120; ++i) {
+        h[0x040 + 2 * i] = static_cast<uint8_t>(ins.noteMap[i].note);
+        h[0x041 + 2 * i] = static_cast<uint8_t>(ins.noteMap[i].sample + 1);  // 0xFFFF (none) -> 0
+    }
+    buildEnvelope(ins.volumeEnvelope, EnvelopeKind::Volume, h + 0x130);
+    buildEnvelope(ins.panningEnvelope, EnvelopeKind::Panning, h + 0x130 + IT_ENVELOPE_SIZE);
+    buildEnvelope(ins.pitchEnvelope, EnvelopeKind::Pitch, h + 0x130 + 2 * IT_ENVELOPE_SIZE);
+}
+
+void buildSample(const SampleRecord& smp, uint8_t* h) {
+    std::copy_n("IMPS", 4, h);
+    copyName(h + 0x04, 12, smp.fileName);
+    h[0x11] = smp.globalVolume;
+    uint8_t flags = 0;
+    if (smp.length != 0) flags |= 0x01;  // sample present
+    if (smp.flags & SF_16BIT) flags |= 0x02;
+    if (smp.flags & SF_STEREO) flags |= 0x04;
+    if (smp.flags & SF_LOOP) {
+        flags |= 0x10;
+        if (smp.flags & SF_PINGPONG) flags |= 0x40;
+    }
+    if (smp.flags & SF_SUSTAIN) {
+        flags |= 0x20;
+        if (smp.flags & SF_SUSTAIN_PINGPONG) flags |= 0x80;
+    }
+    h[0x12] = flags;
+    h[0x13] = smp.volume;
+    copyName(h + 0x14, 26, smp.name);
+    h[0x2E] = 1;  // conversion: signed samples
+    h[0x2F] = smp.pan == -1 ? 0 : static_cast<uint8_t>((smp.pan * 64 / 255) | 0x80);
+    wr32le(h + 0x30, smp.length);
+    wr32le(h + 0x34, smp.loopStart);
+    wr32le(h + 0x38, smp.loopEnd);
+    wr32le(h + 0x3C, smp.frequency);
+    wr32le(h + 0x40, smp.sustainStart);
+    wr32le(h + 0x44, smp.sustainEnd);
+    // 0x48: data offset, patched when the data is written.
+    h[0x4C] = smp.vibratoSpeed;
+    h[0x4D] = smp.vibratoDepth;
+    h[0x4E] = smp.vibratoSweep;
+    h[0x4F] = smp.vibratoType;
+}
+
+// What IT's packer remembers per channel within one pattern.
+struct ChannelMemory {
+    uint8_t mask = 0;
+    uint8_t instrument = 0;
+    uint8_t volume = 0;
+};
+
+// Packs one cell. A channel byte carries the channel number + 1 and, with 0x80, announces a new
+// mask; 0x20 and 0x40 in the mask reuse the channel's last instrument and volume.
+void packCell(OutputBuffer& out, unsigned channel, const EventCell& cell, ChannelMemory& mem) {
+    if (cell.note == 0 && cell.instrument == 0 && cell.volume == 0 && cell.effect == 0) return;
+    uint8_t mask = 0;
+    if (cell.note) mask |= 0x01;
+    if (cell.instrument) mask |= cell.instrument == mem.instrument ? 0x20 : 0x02;
+    if (cell.volume) mask |= cell.volume == mem.volume ? 0x40 : 0x04;
+    if (cell.effect) mask |= 0x08;
+
+    const auto channelByte = static_cast<uint8_t>(channel + 1);
+    if (mask == mem.mask) {
+        out.put8(channelByte);
+    } else {
+        out.put8(channelByte | 0x80);
+        out.put8(mask);
+        mem.mask = mask;
+    }
+    if (mask & 0x01) out.put8(cell.note <= 253 ? static_cast<uint8_t>(cell.note - 1) : cell.note);
+    if (mask & 0x02) {
+        out.put8(cell.instrument);
+        mem.instrument = cell.instrument;
+    }
+    if (mask & 0x04) {
+        out.put8(static_cast<uint8_t>(cell.volume - 1));
+        mem.volume = cell.volume;
+    }
+    if (mask & 0x08) {
+        out.put8(cell.effect);
+        out.put8(cell.parameter);
+    }
+}
+
+void writePattern(const SongHeader& song, OutputBuffer& out, unsigned pattern, unsigned channels,
+                  const TranslateContext& tctx) {
+    const uint16_t rows = song.patternRows[pattern];
+    const uint32_t headerAt = out.outputSize();
+    out.put16(0);  // packed length, patched below
+    out.put16(rows);
+    out.put32(0);
+    const uint32_t rowsAt = out.outputSize();
+
+    // One cursor per channel keeps the rebuild linear in the track length.
+    std::array<TrackCursor, IT_MAX_CHANNELS> cursors{};
+    std::array<bool, IT_MAX_CHANNELS> hasTrack{};
+    const size_t tableSize = song.patternTracks.size();
+    for (unsigned c = 0; c < channels; ++c) {
+        const size_t entry = static_cast<size_t>(pattern) * song.channels + c;
+        if (entry >= tableSize) continue;
+        const uint16_t t = song.patternTracks[entry];
+        if (t >= song.tracks.size()) continue;
+        cursors[c] = TrackCursor(song.tracks[t]);
+        hasTrack[c] = true;
+    }
+
+    std::array<ChannelMemory, IT_MAX_CHANNELS> memory{};
+    for (uint32_t r = 0; r < rows; ++r) {
+        for (unsigned c = 0; c < channels; ++c) {
+            EventCell cell;
+            translateEvent(cell, hasTrack[c] ? cursors[c].at(r) : TrackGroup{}, tctx);
+            packCell(out, c, cell, memory[c]);
+        }
+        out.put8(0);
+    }
+    if (out.failed()) return;
+    // The length field is 16 bits wide; a longer pattern keeps its length modulo 65536.
+    out.patch16(headerAt, static_cast<uint16_t>(out.outputSize() - rowsAt));
+}
+
+}  // namespace
+
+void writeIt(WriteContext& ctx) {
+    SongHeader& song = ctx.song;
+    OutputBuffer& out = ctx.out;
+    const ItCounts counts = countsOf(song);
+    const bool instrumentMode = (song.flags & SH_IT_INSTRUMENTS) != 0;
+    const bool macros = usesMidiMacros(song);
+
+    std::array<uint8_t, IT_HEADER_SIZE> header{};
+    buildHeader(song, counts, instrumentMode, macros, header.data());
+    out.appendOutput(header.data(), header.size());
+
+    out.appendOutput(song.orders.data(), counts.orders);
+    out.put8(0xFF);
+
+    // The table always has room for every instrument record; without instrument mode the header
+    // says 0 instruments, so the sample entries start the table and the tail stays zero.
+    const uint32_t tableAt = out.outputSize();
+    out.skip(4 * (static_cast<size_t>(counts.instruments) + counts.samples + counts.patterns));
+    uint32_t nextEntry = tableAt;
+    auto recordOffset = [&]() {
+        if (out.failed()) return;
+        out.patch32(nextEntry, out.outputSize());
+        nextEntry += 4;
+    };
+
+    out.put16(0);
+    if (macros) writeMidiConfig(song, out);
+    if (song.flags & SH_EXTRA_CHUNKS) writeExtensionBlocks(song, out);
+
+    if (!song.message.empty()) {
+        if (!out.failed()) out.patch32(0x38, out.outputSize());
+        out.appendOutput(song.message.c_str(), song.message.size() + 1);
+    }
+
+    if (instrumentMode) {
+        std::array<uint8_t, IT_INSTRUMENT_SIZE> scratch;
+        for (unsigned i = 0; i < counts.instruments; ++i) {
+            recordOffset();
+            scratch.fill(0);
+            buildInstrument(song.instruments[i], scratch.data());
+            out.appendOutput(scratch.data(), scratch.size());
+        }
+    }
+
+    const uint32_t firstSampleAt = out.outputSize();
+    {
+        std::array<uint8_t, IT_SAMPLE_SIZE> scratch;
+        for (unsigned i = 0; i < counts.samples; ++i) {
+            recordOffset();
+            scratch.fill(0);
+            buildSample(song.samples[i], scratch.data());
+            out.appendOutput(scratch.data(), scratch.size());
+        }
+    }
+
+    const TranslateContext tctx{targetOf(song.flags), &ctx.diag};
+    for (unsigned p = 0; p < counts.patterns; ++p) {
+        recordOffset();
+        writePattern(song, out, p, counts.channels, tctx);
+    }
+
+    for (unsigned i = 0; i < counts.samples; ++i) {
+        if (out.failed()) return;
+        out.patch32(firstSampleAt + static_cast<uint32_t>(IT_SAMPLE_SIZE) * i + IT_SAMPLE_DATA_OFFSET_FIELD,
+                    out.outputSize());
+        out.writeSamplePcm(song.samples[i], 0);
+    }
+}
+
+}  // namespace deqaz

@@ -1,0 +1,140 @@
+#include "support/module_builder.hpp"
+
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+
+namespace deqaz::test {
+
+SongHeader makeSong(uint32_t flags, unsigned channels) {
+    SongHeader song;
+    song.flags = flags;
+    song.channels = static_cast<uint8_t>(channels);
+    song.initialSpeed = 6;
+    song.initialTempo = 125;
+    song.globalVolume = 128;
+    song.separation = 128;
+    song.channelVolume.fill(64);
+    song.channelPan.fill(128);
+    song.hasOrders = true;
+    return song;
+}
+
+uint16_t addTrackBytes(SongHeader& song, const std::vector<uint8_t>& bytes) {
+    Track track;
+    if (!track.dupBuffer(bytes.data(), bytes.size())) throw std::bad_alloc();
+    song.tracks.push_back(std::move(track));
+    song.trackCount = static_cast<uint16_t>(song.tracks.size());
+    return static_cast<uint16_t>(song.tracks.size() - 1);
+}
+
+uint16_t addTrackRows(SongHeader& song, const std::vector<TrackRow>& rows) {
+    return addTrackBytes(song, encodeTrack(rows));
+}
+
+namespace {
+
+template <class T>
+void appendTo(HeapArray<T>& array, const std::vector<T>& extra) {
+    std::vector<T> all(array.begin(), array.end());
+    all.insert(all.end(), extra.begin(), extra.end());
+    if (!array.dupBuffer(all.data(), all.size())) throw std::bad_alloc();
+}
+
+}  // namespace
+
+unsigned addPattern(SongHeader& song, uint16_t rows, const std::vector<uint16_t>& tracks) {
+    if (tracks.size() != song.channels) throw std::invalid_argument("one track per channel");
+    appendTo(song.patternTracks, tracks);
+    appendTo(song.patternRows, std::vector<uint16_t>{rows});
+    song.patternCount = static_cast<uint16_t>(song.patternRows.size());
+    return song.patternCount - 1u;
+}
+
+unsigned addPattern(SongHeader& song, const PatternGrid& grid) {
+    if (grid.channels() != song.channels) throw std::invalid_argument("grid width must match channels");
+    std::vector<uint16_t> tracks;
+    for (unsigned c = 0; c < grid.channels(); ++c) {
+        std::vector<TrackRow> rows;
+        for (unsigned r = 0; r < grid.rows(); ++r) rows.push_back(grid.at(r, c));
+        tracks.push_back(addTrackRows(song, rows));
+    }
+    return addPattern(song, static_cast<uint16_t>(grid.rows()), tracks);
+}
+
+void setOrders(SongHeader& song, const std::vector<uint8_t>& orders) {
+    if (!song.orders.dupBuffer(orders.data(), orders.size())) throw std::bad_alloc();
+    song.orderCount = static_cast<uint16_t>(orders.size());
+    song.hasOrders = true;
+}
+
+SampleRecord& addSample(SongHeader& song, uint16_t flags, uint32_t length, unsigned seed) {
+    SampleRecord& smp = song.samples.emplace_back();
+    smp.flags = flags;
+    smp.length = length;
+    smp.frequency = 8363;
+    smp.volume = 64;
+    smp.globalVolume = 64;
+    song.sampleCount = static_cast<uint16_t>(song.samples.size());
+    if (length == 0) return smp;
+    const int channels = (flags & SF_STEREO) ? 2 : 1;
+    uint32_t state = seed * 2654435761u + 12345u;
+    for (int ch = 0; ch < channels; ++ch) {
+        if (!smp.pcm[ch].allocate(length)) throw std::bad_alloc();
+        for (uint32_t i = 0; i < length; ++i) {
+            state = state * 1664525u + 1013904223u;
+            auto value = static_cast<uint16_t>(state >> 16);
+            if (!(flags & SF_16BIT)) value &= 0xFF00;  // 8-bit points live in the high byte
+            smp.pcm[ch][i] = static_cast<int16_t>(value);
+        }
+    }
+    return smp;
+}
+
+InstrumentRecord& addInstrument(SongHeader& song) {
+    InstrumentRecord& ins = song.instruments.emplace_back();
+    for (unsigned i = 0; i < ins.noteMap.size(); ++i) ins.noteMap[i] = {static_cast<uint16_t>(i), 0xFFFF};
+    ins.globalVolume = 128;
+    song.instrumentCount = static_cast<uint16_t>(song.instruments.size());
+    return ins;
+}
+
+namespace {
+
+struct FileCloser {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+};
+
+WriteResult run(SongHeader& song, int silentCount, bool dispatch, void (*writer)(WriteContext&)) {
+    std::unique_ptr<std::FILE, FileCloser> capture(std::tmpfile());
+    if (!capture) throw std::runtime_error("tmpfile");
+    Diagnostics diag;
+    diag.silentCount = silentCount;
+    diag.err = capture.get();
+    OutputBuffer out;
+    WriteResult result;
+    if (dispatch) {
+        result.failed = !writeModule(song, out, diag);
+    } else {
+        WriteContext ctx{song, out, diag};
+        writer(ctx);
+        result.failed = out.failed();
+    }
+    if (out.outputSize()) result.bytes.assign(out.outputData(), out.outputData() + out.outputSize());
+    std::fflush(capture.get());
+    std::rewind(capture.get());
+    char chunk[4096];
+    size_t n;
+    while ((n = std::fread(chunk, 1, sizeof chunk, capture.get())) > 0) result.messages.append(chunk, n);
+    return result;
+}
+
+}  // namespace
+
+WriteResult runWriter(void (*writer)(WriteContext&), SongHeader& song, int silentCount) {
+    return run(song, silentCount, false, writer);
+}
+
+WriteResult runWriteModule(SongHeader& song, int silentCount) { return run(song, silentCount, true, nullptr); }
+
+}  // namespace deqaz::test

@@ -40,8 +40,12 @@ struct UnpackResult {
 };
 
 // Unpacks into `body` (`bodySize` bytes) from `packedAvail` bytes of packed data. Decoding ends
-// when the body is full or a match would run past its end (the rest is left as it was).
-// Never reads or writes outside either buffer. `bodySize` must be at least 1.
+// when the body is full or a match would run past its end (the rest is left as it was, and ok
+// stays true: the caller compares `consumed` with the stored packed size where there is one).
+// ok is false when the packed data runs out, a gamma code overflows, or a match would copy from
+// before the body start or reuse a distance before any was given.
+// Never reads or writes outside either buffer. Precondition: `bodySize` is at least 1 (an empty
+// body is for the caller to handle; given 0, nothing is read or written and consumed is 0).
 UnpackResult unpackBody(const uint8_t* packed, size_t packedAvail, uint8_t* body, uint32_t bodySize);
 
 }  // namespace deqaz

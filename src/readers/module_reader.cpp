@@ -1,0 +1,95 @@
+#include "readers/module_reader.hpp"
+
+#include <cstring>
+
+#include "common/endian.hpp"
+
+namespace deqaz {
+
+void PatternBuilder::beginPattern(unsigned rows) {
+    if (open_) flushPattern();
+    rows_ = rows;
+    grid_.assign(static_cast<size_t>(rows) * channels_, TrackRow{});
+    open_ = true;
+}
+
+TrackRow& PatternBuilder::cell(unsigned row, unsigned channel) { return grid_[static_cast<size_t>(row) * channels_ + channel]; }
+
+void PatternBuilder::flushPattern() {
+    std::vector<TrackRow> column(rows_);
+    for (unsigned c = 0; c < channels_; ++c) {
+        for (unsigned r = 0; r < rows_; ++r) column[r] = std::move(grid_[static_cast<size_t>(r) * channels_ + c]);
+        std::vector<uint8_t> bytes = encodeTrack(column);
+        auto it = lookup_.find(bytes);
+        if (it == lookup_.end()) {
+            const auto index = static_cast<uint16_t>(tracks_.size() < 0xFFFF ? tracks_.size() : 0xFFFF);
+            it = lookup_.emplace(bytes, index).first;
+            tracks_.push_back(std::move(bytes));
+        }
+        patternTracks_.push_back(it->second);
+    }
+    patternRows_.push_back(static_cast<uint16_t>(rows_));
+    open_ = false;
+}
+
+bool PatternBuilder::finish(SongHeader& song) {
+    if (open_) flushPattern();
+    if (tracks_.size() > 0xFFFF) return false;
+    song.trackCount = static_cast<uint16_t>(tracks_.size());
+    song.patternCount = static_cast<uint16_t>(patternRows_.size());
+    song.tracks.clear();
+    song.tracks.resize(tracks_.size());
+    for (size_t t = 0; t < tracks_.size(); ++t)
+        if (!song.tracks[t].dupBuffer(tracks_[t].data(), tracks_[t].size())) return false;
+    if (!song.patternRows.dupBuffer(patternRows_.data(), patternRows_.size())) return false;
+    if (!song.patternTracks.dupBuffer(patternTracks_.data(), patternTracks_.size())) return false;
+    return true;
+}
+
+uint8_t ByteReader::u8() {
+    if (!has(1)) {
+        overrun_ = true;
+        pos_ = size_;
+        return 0;
+    }
+    return data_[pos_++];
+}
+
+uint16_t ByteReader::u16() {
+    uint8_t b[2];
+    bytes(b, 2);
+    return rd16le(b);
+}
+
+uint32_t ByteReader::u32() {
+    uint8_t b[4];
+    bytes(b, 4);
+    return rd32le(b);
+}
+
+uint16_t ByteReader::u16be() {
+    uint8_t b[2];
+    bytes(b, 2);
+    return rd16be(b);
+}
+
+void ByteReader::bytes(void* dest, size_t count) {
+    std::memset(dest, 0, count);
+    if (!has(count)) {
+        overrun_ = true;
+        if (pos_ < size_) std::memcpy(dest, data_ + pos_, size_ - pos_);
+        pos_ = size_;
+        return;
+    }
+    if (count) std::memcpy(dest, data_ + pos_, count);
+    pos_ += count;
+}
+
+std::string ByteReader::text(size_t width) {
+    std::string s(width, '\0');
+    bytes(s.data(), width);
+    s.resize(std::strlen(s.c_str()));
+    return s;
+}
+
+}  // namespace deqaz

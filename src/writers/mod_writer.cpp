@@ -1,8 +1,240 @@
+// MOD writer: serialises the module as a 31-sample Amiga ProTracker-style MOD file.
+//
+// Layout, in file order: the 1084-byte header (song name, 31 sample slots, song length, restart
+// position, 128-entry order table, four-character signature), every pattern as 64 rows of
+// 4-byte cells, then the sample data as signed 8-bit bytes. Every word is big-endian; notes are
+// stored as Amiga periods.
+//
+// What the layout has no room for is cut to fit and reported on the message stream (unless
+// silent), never written past its field:
+// - 31 sample slots: samples beyond the 31st are neither described nor written.
+// - The signature names at most 99 channels ("99CH"): channels beyond are dropped from every
+//   pattern.
+// - 128 order entries: only the table is cut; the song length byte still holds the low byte of
+//   the order count.
+// - Slot lengths count 16-bit words in 16 bits: a sample longer than 131070 frames is cut there
+//   (its loop clamped into what remains), so the data that follows stays where the slots say.
+// - MOD data is 8-bit mono: a 16-bit or stereo sample is written as the high byte of its first
+//   channel, so the slot's length still matches the bytes written.
+// - Effects are a nibble: a translated effect above 15 (a command from the IT/S3M side) would
+//   spill into the instrument bits and is dropped with its parameter.
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "common/endian.hpp"
+#include "container/track.hpp"
+#include "writers/translate.hpp"
 #include "writers/writers.hpp"
 
 namespace deqaz {
 
-// Placeholder: the MOD writer comes later.
-void writeMod(WriteContext&) {}
+namespace {
+
+constexpr size_t MOD_HEADER_SIZE = 1084;
+constexpr unsigned MOD_SLOTS = 31;
+constexpr size_t MOD_SLOT_SIZE = 30;
+constexpr unsigned MOD_ORDERS = 128;
+constexpr unsigned MOD_ROWS = 64;
+constexpr unsigned MOD_MAX_CHANNELS = 99;
+constexpr size_t MOD_CELL_SIZE = 4;
+constexpr uint32_t MOD_MAX_FRAMES = 2u * 0xFFFF;  // the slot length is a 16-bit word count
+
+struct ModCounts {
+    unsigned channels;  // written, at most 99
+    unsigned orders;
+    unsigned samples;   // in the module
+    unsigned slots;     // described and written, at most 31
+    unsigned patterns;
+};
+
+ModCounts countsOf(const SongHeader& song) {
+    ModCounts c{};
+    c.channels = std::min<unsigned>(song.channels, MOD_MAX_CHANNELS);
+    c.orders = static_cast<unsigned>(std::min<size_t>(song.orderCount, song.orders.size()));
+    c.samples = static_cast<unsigned>(std::min<size_t>(song.sampleCount, song.samples.size()));
+    c.slots = std::min(c.samples, MOD_SLOTS);
+    c.patterns = static_cast<unsigned>(std::min<size_t>(song.patternCount, song.patternRows.size()));
+    return c;
+}
+
+void warn(const WriteContext& ctx, const char* format, unsigned a, unsigned b = 0) {
+    char text[160];
+    std::snprintf(text, sizeof text, format, a, b);
+    ctx.diag.say(text);
+}
+
+// The part of a sample the file holds: its frames and loop, all within MOD's word counts.
+struct ModSampleSpan {
+    uint32_t frames;
+    uint32_t loopStart;
+    uint32_t loopEnd;
+    bool cut;
+};
+
+ModSampleSpan spanOf(const SampleRecord& smp) {
+    ModSampleSpan span{smp.length, smp.loopStart, smp.loopEnd, false};
+    if (span.frames > MOD_MAX_FRAMES + 1) {  // 131071 frames still fit: 65535 words and a byte
+        span.frames = MOD_MAX_FRAMES;
+        span.loopStart = std::min(span.loopStart, span.frames);
+        span.loopEnd = std::min(span.loopEnd, span.frames);
+        span.cut = true;
+    }
+    return span;
+}
+
+bool isPlainMod(const SampleRecord& smp) { return !(smp.flags & (SF_16BIT | SF_STEREO)); }
+
+// Signature: the 15-sample Noisetracker mark, the classic 4/6/8-channel marks, else the
+// channel count spelled out ("5CHN", "12CH"), which fits the four bytes up to 99 channels.
+void putSignature(unsigned samples, unsigned channels, uint8_t* p) {
+    const char* fixed = samples == 15   ? "N.T."
+                        : channels == 4 ? "M.K."
+                        : channels == 8 ? "CD81"
+                        : channels == 6 ? "CD61"
+                                        : nullptr;
+    if (fixed) {
+        std::memcpy(p, fixed, 4);
+        return;
+    }
+    channels = std::min(channels, MOD_MAX_CHANNELS);
+    if (channels < 10) {
+        p[0] = static_cast<uint8_t>('0' + channels);
+        std::memcpy(p + 1, "CHN", 3);
+    } else {
+        p[0] = static_cast<uint8_t>('0' + channels / 10);
+        p[1] = static_cast<uint8_t>('0' + channels % 10);
+        std::memcpy(p + 2, "CH", 2);
+    }
+}
+
+void buildSlot(const SongHeader& song, unsigned index, uint8_t* p) {
+    const SampleRecord& smp = song.samples[index];
+    const bool hasInstrument = index < std::min<size_t>(song.instrumentCount, song.instruments.size());
+    copyName(p, 22, smp.name.empty() && hasInstrument ? song.instruments[index].name : smp.name);
+    const ModSampleSpan span = spanOf(smp);
+    const uint32_t loopLength = span.loopEnd > span.loopStart ? span.loopEnd - span.loopStart : 0;
+    wr16be(p + 22, static_cast<uint16_t>(span.frames / 2));
+    // The stored fine-tune is signed + 128; MOD keeps a signed nibble (0..7, then 8..15 = -8..-1).
+    p[24] = static_cast<uint8_t>(((smp.frequency & 0xFF) ^ 0x80) >> 4);
+    p[25] = smp.volume;
+    wr16be(p + 26, static_cast<uint16_t>(span.loopStart / 2));
+    wr16be(p + 28, static_cast<uint16_t>(loopLength / 2));
+}
+
+void buildHeader(const SongHeader& song, const ModCounts& counts, uint8_t* h) {
+    copyName(h, 20, song.name);
+    for (unsigned i = 0; i < counts.slots; ++i) buildSlot(song, i, h + 20 + MOD_SLOT_SIZE * i);
+    h[950] = static_cast<uint8_t>(counts.orders);
+    h[951] = song.restartPos == 0 ? 0x7F : static_cast<uint8_t>(song.restartPos);
+    const unsigned tableOrders = std::min(counts.orders, MOD_ORDERS);
+    if (tableOrders) std::memcpy(h + 952, song.orders.data(), tableOrders);
+    putSignature(counts.samples, counts.channels, h + 1080);
+}
+
+// Amiga period of a cell note: 856 for note 37 (C-3), halving every octave.
+uint16_t periodOf(uint8_t note) {
+    if (note == 0) return 0;
+    const double period = 6848.0 * std::pow(2.0, (1 - static_cast<int>(note)) * 0.08333333333333333);
+    return static_cast<uint16_t>(static_cast<uint32_t>(period + 0.5) & 0x0FFF);
+}
+
+// Writes every pattern; returns how many cells lost an effect above 15.
+unsigned writePatterns(const WriteContext& ctx, const ModCounts& counts, const TranslateContext& tctx) {
+    const SongHeader& song = ctx.song;
+    OutputBuffer& out = ctx.out;
+    const unsigned channels = counts.channels;
+    const size_t tableSize = song.patternTracks.size();
+    std::array<TrackCursor, MOD_MAX_CHANNELS> cursors{};
+    std::array<bool, MOD_MAX_CHANNELS> hasTrack{};
+    std::array<uint8_t, MOD_MAX_CHANNELS * MOD_CELL_SIZE> row{};
+    unsigned droppedEffects = 0;
+
+    for (unsigned p = 0; p < counts.patterns; ++p) {
+        // One cursor per channel keeps the rebuild linear in the track length.
+        for (unsigned c = 0; c < channels; ++c) {
+            const size_t entry = static_cast<size_t>(p) * song.channels + c;
+            const uint16_t t = entry < tableSize ? song.patternTracks[entry] : 0xFFFF;
+            hasTrack[c] = t < song.tracks.size();
+            if (hasTrack[c]) cursors[c] = TrackCursor(song.tracks[t]);
+        }
+        // MOD patterns are always 64 rows, whatever the pattern's own row count.
+        for (uint32_t r = 0; r < MOD_ROWS; ++r) {
+            for (unsigned c = 0; c < channels; ++c) {
+                EventCell cell;
+                translateEvent(cell, hasTrack[c] ? cursors[c].at(r) : TrackGroup{}, tctx);
+                if (cell.effect > 0x0F) {
+                    cell.effect = 0;
+                    cell.parameter = 0;
+                    ++droppedEffects;
+                }
+                const uint16_t period = periodOf(cell.note);
+                uint8_t* q = row.data() + MOD_CELL_SIZE * c;
+                q[0] = static_cast<uint8_t>((cell.instrument & 0xF0) | (period >> 8));
+                q[1] = static_cast<uint8_t>(period);
+                q[2] = static_cast<uint8_t>((cell.instrument << 4) | cell.effect);
+                q[3] = cell.parameter;
+            }
+            out.appendOutput(row.data(), MOD_CELL_SIZE * channels);
+        }
+    }
+    return droppedEffects;
+}
+
+// Writes `frames` signed 8-bit values from the high bytes of the sample's first channel (past
+// the end of its buffer: silence), reserving the room at once.
+void writeFirstChannel8(OutputBuffer& out, const SampleRecord& smp, uint32_t frames) {
+    const HeapArray<int16_t>& pcm = smp.pcm[0];
+    if (frames == 0 || !pcm) return;
+    const uint32_t at = out.outputSize();
+    out.skip(frames);  // zero-filled, so frames past the buffer are silence
+    if (out.failed()) return;
+    uint8_t* dst = out.outputData() + at;
+    const size_t have = std::min<size_t>(frames, pcm.size());
+    for (size_t i = 0; i < have; ++i) dst[i] = static_cast<uint8_t>(static_cast<uint16_t>(pcm[i]) >> 8);
+}
+
+}  // namespace
+
+void writeMod(WriteContext& ctx) {
+    SongHeader& song = ctx.song;
+    OutputBuffer& out = ctx.out;
+    const ModCounts counts = countsOf(song);
+
+    if (counts.samples > MOD_SLOTS)
+        warn(ctx, "warn: MOD holds %u samples; %u more dropped\n", MOD_SLOTS, counts.samples - MOD_SLOTS);
+    if (song.channels > MOD_MAX_CHANNELS)
+        warn(ctx, "warn: MOD holds %u channels; %u more dropped\n", MOD_MAX_CHANNELS, song.channels - MOD_MAX_CHANNELS);
+    if (counts.orders > MOD_ORDERS)
+        warn(ctx, "warn: MOD holds %u orders; %u more dropped from the table\n", MOD_ORDERS, counts.orders - MOD_ORDERS);
+    unsigned reduced = 0;
+    unsigned cut = 0;
+    for (unsigned i = 0; i < counts.slots; ++i) {
+        if (!isPlainMod(song.samples[i])) ++reduced;
+        if (spanOf(song.samples[i]).cut) ++cut;
+    }
+    if (reduced) warn(ctx, "warn: MOD samples are 8-bit mono; %u 16-bit or stereo samples reduced\n", reduced);
+    if (cut) warn(ctx, "warn: MOD samples hold %u frames; %u longer samples cut\n", MOD_MAX_FRAMES, cut);
+
+    std::array<uint8_t, MOD_HEADER_SIZE> header{};
+    buildHeader(song, counts, header.data());
+    out.appendOutput(header.data(), header.size());
+
+    const TranslateContext tctx{targetOf(song.flags), &ctx.diag};
+    const unsigned droppedEffects = writePatterns(ctx, counts, tctx);
+    if (droppedEffects) warn(ctx, "warn: MOD effects run 0 to F; %u higher ones dropped\n", droppedEffects);
+
+    for (unsigned i = 0; i < counts.slots; ++i) {
+        SampleRecord& smp = song.samples[i];
+        const ModSampleSpan span = spanOf(smp);
+        if (isPlainMod(smp) && !span.cut)
+            out.writeSamplePcm(smp, 0);
+        else
+            writeFirstChannel8(out, smp, span.frames);
+    }
+}
 
 }  // namespace deqaz

@@ -1,0 +1,358 @@
+// MOD writer: header, sample slots, signature choice, cells and periods checked byte by byte
+// against hand-worked values; modules beyond MOD's room checked for what is kept and what is
+// reported; whole files read back with libxmp and compared with the module they came from.
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/endian.hpp"
+#include "support/module_builder.hpp"
+#include "support/xmp_compare.hpp"
+
+namespace deqaz {
+namespace {
+
+using test::addInstrument;
+using test::addPattern;
+using test::addSample;
+using test::addTrackBytes;
+using test::addTrackRows;
+using test::cmd;
+using test::instrument;
+using test::makeSong;
+using test::note;
+using test::PatternGrid;
+using test::setOrders;
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint32_t MOD = SH_ORIGIN_MOD;
+constexpr size_t HEADER = 1084;
+
+// Bounds-checked view of a written MOD file.
+struct ModFile {
+    Bytes b;
+    std::string messages;
+    unsigned channels;
+
+    void need(size_t o, size_t n) const {
+        if (o + n > b.size()) throw std::out_of_range("read past the written file");
+    }
+    uint8_t u8(size_t o) const { return need(o, 1), b[o]; }
+    uint16_t u16be(size_t o) const { return need(o, 2), rd16be(&b[o]); }
+    Bytes bytes(size_t o, size_t n) const {
+        need(o, n);
+        return {b.begin() + static_cast<std::ptrdiff_t>(o), b.begin() + static_cast<std::ptrdiff_t>(o + n)};
+    }
+    std::string text(size_t o, size_t n) const {
+        const Bytes v = bytes(o, n);
+        return {v.begin(), v.end()};
+    }
+    size_t slot(unsigned i) const { return 20 + 30 * size_t{i}; }
+    Bytes cell(unsigned p, unsigned r, unsigned c) const { return bytes(HEADER + ((p * 64 + r) * channels + c) * 4, 4); }
+    size_t samplesAt(unsigned patterns) const { return HEADER + size_t{patterns} * 64 * channels * 4; }
+};
+
+ModFile write(SongHeader& song, int silent = 0) {
+    test::WriteResult r = test::runWriter(&writeMod, song, silent);
+    EXPECT_FALSE(r.failed);
+    return {std::move(r.bytes), std::move(r.messages), std::min<unsigned>(song.channels, 99)};
+}
+
+SongHeader minimalSong(unsigned channels = 4) {
+    SongHeader song = makeSong(MOD, channels);
+    addPattern(song, 64, std::vector<uint16_t>(channels, addTrackBytes(song, {0})));
+    setOrders(song, {0});
+    return song;
+}
+
+uint8_t highByte(int16_t v) { return static_cast<uint8_t>(static_cast<uint16_t>(v) >> 8); }
+
+// The bytes MOD data should hold for a sample: the high byte of each of the first frames of
+// channel 1.
+Bytes expectedData(const SampleRecord& s, size_t frames) {
+    Bytes out;
+    for (size_t i = 0; i < frames; ++i) out.push_back(highByte(s.pcm[0][i]));
+    return out;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Header
+
+TEST(ModHeader, SlotsLengthsAndFinetune) {
+    SongHeader song = minimalSong();
+    song.name = "a mod song name longer than twenty";
+    addInstrument(song).name = "instrument zero";
+    addInstrument(song).name = "instrument one";
+    SampleRecord& a = addSample(song, SF_LOOP, 1001, 1);
+    a.frequency = 0;
+    a.volume = 40;
+    a.loopStart = 101;
+    a.loopEnd = 303;
+    SampleRecord& b = addSample(song, 0, 2, 2);
+    b.name = "own name";
+    b.frequency = 128;
+    addSample(song, 0, 4, 3).frequency = 0x1F0;  // first byte 240; no instrument 2: no name
+    ModFile f = write(song);
+    EXPECT_EQ(f.text(0, 20), "a mod song name long");
+    EXPECT_EQ(f.text(f.slot(0), 16), std::string("instrument zero\0", 16));
+    EXPECT_EQ(f.bytes(f.slot(0) + 22, 8), (Bytes{0x01, 0xF4, 8, 40, 0, 50, 0, 101}));
+    EXPECT_EQ(f.text(f.slot(1), 9), std::string("own name\0", 9));
+    EXPECT_EQ(f.bytes(f.slot(1) + 22, 8), (Bytes{0, 1, 0, 64, 0, 0, 0, 0}));
+    EXPECT_EQ(f.bytes(f.slot(2), 30), (Bytes{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                                              0, 0, 0, 0, 0, 0, 0, 0, 2, 7, 64, 0, 0, 0, 0}));
+    EXPECT_EQ(f.bytes(f.slot(3), 30 * 28), Bytes(30 * 28, 0));
+    EXPECT_EQ(f.bytes(950, 3), (Bytes{1, 127, 0}));
+    EXPECT_EQ(f.bytes(953, 127), Bytes(127, 0));
+    EXPECT_EQ(f.text(1080, 4), "M.K.");
+    EXPECT_EQ(f.messages, "");
+
+    // Sample data: every frame's high byte, the odd 1001st included, no padding between samples.
+    const size_t d = f.samplesAt(1);
+    ASSERT_EQ(f.b.size(), d + 1001 + 2 + 4);
+    EXPECT_EQ(f.bytes(d, 1001), expectedData(song.samples[0], 1001));
+    EXPECT_EQ(f.bytes(d + 1001, 2), expectedData(song.samples[1], 2));
+
+    song.restartPos = 5;
+    EXPECT_EQ(write(song).u8(951), 5);
+}
+
+TEST(ModHeader, SignatureTable) {
+    struct Case {
+        unsigned samples, channels;
+        const char* signature;
+    };
+    const Case cases[] = {{15, 4, "N.T."}, {15, 8, "N.T."}, {14, 4, "M.K."}, {0, 4, "M.K."},
+                          {0, 8, "CD81"},  {0, 6, "CD61"},  {0, 5, "5CHN"},  {0, 1, "1CHN"},
+                          {0, 9, "9CHN"},  {0, 10, "10CH"}, {0, 16, "16CH"}, {0, 99, "99CH"}};
+    for (const Case& c : cases) {
+        SongHeader song = minimalSong(c.channels);
+        for (unsigned i = 0; i < c.samples; ++i) addSample(song, 0, 0);
+        const ModFile f = write(song);
+        EXPECT_EQ(f.text(1080, 4), c.signature) << c.samples << " samples, " << c.channels << " channels";
+        EXPECT_EQ(f.b.size(), HEADER + 64 * 4 * c.channels) << c.channels;
+    }
+}
+
+TEST(ModHeader, OrdersBeyondTheTable) {
+    SongHeader song = minimalSong();
+    std::vector<uint8_t> orders(200);
+    for (size_t i = 0; i < orders.size(); ++i) orders[i] = static_cast<uint8_t>(i % 3);
+    setOrders(song, orders);
+    const ModFile f = write(song);
+    EXPECT_EQ(f.u8(950), 200);
+    EXPECT_EQ(f.bytes(952, 128), Bytes(orders.begin(), orders.begin() + 128));
+    EXPECT_EQ(f.text(1080, 4), "M.K.");
+    EXPECT_EQ(f.messages, "warn: MOD holds 128 orders; 72 more dropped from the table\n");
+    EXPECT_EQ(write(song, 1).messages, "");
+}
+
+TEST(ModHeader, EmptyModuleIsTheHeaderAlone) {
+    SongHeader song = makeSong(MOD, 4);  // no orders, patterns or samples
+    const ModFile f = write(song);
+    ASSERT_EQ(f.b.size(), HEADER);
+    Bytes lengthRestartAndTable(130, 0);
+    lengthRestartAndTable[1] = 127;
+    EXPECT_EQ(f.bytes(950, 130), lengthRestartAndTable);
+    EXPECT_EQ(f.text(1080, 4), "M.K.");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Patterns
+
+TEST(ModPatterns, CellsAndPeriods) {
+    SongHeader song = makeSong(MOD, 4);
+    PatternGrid g(64, 4);
+    g.at(0, 0) = {note(36), instrument(16), cmd(15, 0x40)};  // volume as effect C
+    g.at(0, 2) = {cmd(3, 0x47)};                             // arpeggio: effect 0
+    g.at(0, 3) = {note(0), instrument(255)};                 // instrument 255 means none
+    const std::pair<uint8_t, uint16_t> periods[] = {{48, 428}, {60, 214}, {12, 3424}, {37, 808},
+                                                    {47, 453}, {71, 113}, {72, 107}, {255, 0}};
+    for (unsigned i = 0; i < std::size(periods); ++i) g.at(1 + i, 1) = {note(periods[i].first)};
+    g.at(20, 3) = {instrument(0x2A), cmd(6, 0x20), cmd(18, 6)};  // second effect dropped
+    g.at(21, 3) = {cmd(47, 0x10)};                               // no MOD effect number
+    addPattern(song, g);
+    setOrders(song, {0});
+    const ModFile f = write(song);
+    EXPECT_EQ(f.cell(0, 0, 0), (Bytes{0x13, 0x58, 0x1C, 0x40}));
+    EXPECT_EQ(f.cell(0, 0, 1), (Bytes{0, 0, 0, 0}));
+    EXPECT_EQ(f.cell(0, 0, 2), (Bytes{0, 0, 0, 0x47}));
+    EXPECT_EQ(f.cell(0, 0, 3), (Bytes{0x0A, 0xC0, 0, 0}));  // 6848: only the low 12 bits
+    for (unsigned i = 0; i < std::size(periods); ++i) {
+        const uint16_t p = periods[i].second;
+        EXPECT_EQ(f.cell(0, 1 + i, 1), (Bytes{static_cast<uint8_t>(p >> 8), static_cast<uint8_t>(p), 0, 0}))
+            << "note " << int(periods[i].first) + 1;
+    }
+    EXPECT_EQ(f.cell(0, 20, 3), (Bytes{0x20, 0, 0xB3, 0x20}));
+    EXPECT_EQ(f.cell(0, 21, 3), (Bytes{0, 0, 0, 0}));
+    EXPECT_EQ(f.messages, "2 effects in 1 row!\nwarn: MOD effects run 0 to F; 1 higher ones dropped\n");
+}
+
+TEST(ModPatterns, AlwaysSixtyFourRows) {
+    SongHeader song = makeSong(MOD, 1);
+    PatternGrid longer(100, 1);
+    longer.at(63, 0) = {note(36)};
+    longer.at(64, 0) = {note(48)};
+    addPattern(song, longer);
+    PatternGrid shorter(16, 1);
+    shorter.at(15, 0) = {note(60)};
+    addPattern(song, shorter);
+    setOrders(song, {0, 1});
+    const ModFile f = write(song);
+    ASSERT_EQ(f.b.size(), f.samplesAt(2));
+    EXPECT_EQ(f.cell(0, 63, 0), (Bytes{0x03, 0x58, 0, 0}));
+    EXPECT_EQ(f.cell(1, 0, 0), (Bytes{0, 0, 0, 0}));  // row 64 of the long pattern is not written
+    EXPECT_EQ(f.cell(1, 15, 0), (Bytes{0x00, 0xD6, 0, 0}));
+    EXPECT_EQ(f.bytes(HEADER + 64 * 4 + 16 * 4, 48 * 4), Bytes(48 * 4, 0));
+}
+
+TEST(ModPatterns, ChannelsBeyond99AreDropped) {
+    SongHeader song = makeSong(MOD, 101);
+    const uint16_t empty = addTrackBytes(song, {0});
+    const uint16_t busy = addTrackRows(song, {TrackRow{note(36)}});
+    std::vector<uint16_t> tracks(101, empty);
+    tracks[98] = busy;
+    tracks[100] = busy;
+    addPattern(song, 64, tracks);
+    setOrders(song, {0});
+    const ModFile f = write(song);
+    EXPECT_EQ(f.text(1080, 4), "99CH");
+    ASSERT_EQ(f.b.size(), f.samplesAt(1));
+    EXPECT_EQ(f.cell(0, 0, 98), (Bytes{0x03, 0x58, 0, 0}));
+    EXPECT_EQ(f.messages, "warn: MOD holds 99 channels; 2 more dropped\n");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Samples beyond what MOD describes
+
+TEST(ModSamples, BeyondTheRoomAreCutAndReported) {
+    SongHeader song = minimalSong();
+    addSample(song, SF_16BIT, 10, 1);
+    addSample(song, SF_STEREO, 6, 2);
+    SampleRecord& big = addSample(song, SF_LOOP, 140000, 3);
+    big.loopStart = 131000;
+    big.loopEnd = 139000;
+    addSample(song, 0, 131071, 4);  // still fits: 65535 words and one byte
+    while (song.samples.size() < 33) addSample(song, 0, 2, static_cast<unsigned>(song.samples.size()));
+    const ModFile f = write(song);
+    EXPECT_EQ(f.bytes(f.slot(0) + 22, 2), (Bytes{0, 5}));
+    EXPECT_EQ(f.bytes(f.slot(1) + 22, 2), (Bytes{0, 3}));
+    EXPECT_EQ(f.bytes(f.slot(2) + 22, 8), (Bytes{0xFF, 0xFF, 2, 64, 0xFF, 0xDC, 0, 35}));
+    EXPECT_EQ(f.bytes(f.slot(3) + 22, 2), (Bytes{0xFF, 0xFF}));
+    EXPECT_EQ(f.u16be(f.slot(30) + 22), 1);
+
+    size_t d = f.samplesAt(1);
+    ASSERT_EQ(f.b.size(), d + 10 + 6 + 131070 + 131071 + 27 * 2);
+    EXPECT_EQ(f.bytes(d, 10), expectedData(song.samples[0], 10));
+    EXPECT_EQ(f.bytes(d + 10, 6), expectedData(song.samples[1], 6));  // channel 1 only
+    EXPECT_EQ(f.bytes(d + 16, 131070), expectedData(song.samples[2], 131070));
+    EXPECT_EQ(f.bytes(d + 16 + 131070, 131071), expectedData(song.samples[3], 131071));
+    EXPECT_EQ(f.messages,
+              "warn: MOD holds 31 samples; 2 more dropped\n"
+              "warn: MOD samples are 8-bit mono; 2 16-bit or stereo samples reduced\n"
+              "warn: MOD samples hold 131070 frames; 1 longer samples cut\n");
+    EXPECT_EQ(write(song, 1).messages, "");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Whole files read back by libxmp
+
+// libxmp reads MOD effects by their ProTracker numbers and periods as notes one octave above the
+// cell's numbering (period 856, cell note 37, is libxmp's 49).
+int modNote(uint8_t stored) { return stored + 1 + 12; }
+
+TEST(ModLibxmp, RoundTrip) {
+    SongHeader song = makeSong(MOD, 4);
+    song.name = "mod round trip";
+    PatternGrid a(64, 4);
+    a.at(0, 0) = {note(36), instrument(0), cmd(15, 0x30)};
+    a.at(0, 1) = {note(48), instrument(1), cmd(18, 0x06)};
+    a.at(1, 0) = {note(40), cmd(6, 0x08)};
+    a.at(2, 2) = {note(71), instrument(2), cmd(17, 0x91)};
+    a.at(3, 3) = {cmd(13, 0x04)};
+    a.at(63, 3) = {cmd(16, 0)};
+    PatternGrid b(64, 4);
+    b.at(5, 1) = {note(47), instrument(0), cmd(12, 0x20)};
+    b.at(6, 1) = {cmd(14, 0)};
+    addPattern(song, a);
+    addPattern(song, b);
+    setOrders(song, {0, 1, 1});
+
+    SampleRecord& s0 = addSample(song, SF_LOOP, 600, 1);
+    s0.name = "loop";
+    s0.loopStart = 100;
+    s0.loopEnd = 500;
+    s0.volume = 48;
+    s0.frequency = 0x90;  // +1 in MOD's nibble
+    addSample(song, 0, 256, 2).frequency = 0x70;  // -1
+    addSample(song, 0, 32, 3).name = "short";
+
+    const ModFile f = write(song);
+    EXPECT_EQ(f.messages, "");
+    test::XmpModule x;
+    ASSERT_EQ(x.load(f.b), 0);
+    const xmp_module& m = x.mod();
+    EXPECT_STREQ(m.name, "mod round trip");
+    EXPECT_EQ(m.chn, 4);
+    EXPECT_EQ(m.pat, 2);
+    ASSERT_EQ(m.len, 3);
+    EXPECT_EQ(Bytes(m.xxo, m.xxo + 3), (Bytes{0, 1, 1}));
+
+    const auto expectEvent = [&](int p, int r, int c, std::vector<int> e) {
+        const xmp_event ev = x.event(p, r, c);
+        EXPECT_EQ((std::vector<int>{ev.note, ev.ins, ev.fxt, ev.fxp}), e) << "pattern " << p << " row " << r << " channel " << c;
+    };
+    expectEvent(0, 0, 0, {modNote(36), 1, 0x0C, 0x30});
+    expectEvent(0, 0, 1, {modNote(48), 2, 0x0F, 0x06});
+    expectEvent(0, 1, 0, {modNote(40), 0, 0x03, 0x08});
+    expectEvent(0, 2, 2, {modNote(71), 3, 0x0E, 0x91});
+    expectEvent(0, 3, 3, {0, 0, 0x0A, 0x04});
+    expectEvent(0, 63, 3, {0, 0, 0x0D, 0});
+    expectEvent(0, 4, 0, {0, 0, 0, 0});
+    expectEvent(1, 5, 1, {modNote(47), 1, 0x09, 0x20});
+    expectEvent(1, 6, 1, {0, 0, 0x0B, 0});
+
+    EXPECT_STREQ(m.xxi[0].name, "loop");
+    EXPECT_STREQ(m.xxi[2].name, "short");
+    EXPECT_EQ(m.xxi[0].sub[0].vol, 48);
+    EXPECT_EQ(m.xxi[0].sub[0].fin, 16);
+    EXPECT_EQ(m.xxi[1].sub[0].fin, -16);
+    EXPECT_TRUE(m.xxs[0].flg & XMP_SAMPLE_LOOP);
+    EXPECT_EQ(m.xxs[0].lps, 100);
+    EXPECT_EQ(m.xxs[0].lpe, 500);
+    EXPECT_FALSE(m.xxs[1].flg & XMP_SAMPLE_LOOP);
+    for (int i = 0; i < 3; ++i) {
+        const SampleRecord& s = song.samples[i];
+        ASSERT_EQ(m.xxs[i].len, static_cast<int>(s.length)) << i;
+        auto got = x.samplePcm(i), want = test::pcmOf(s);
+        const size_t compared = (s.flags & SF_LOOP) ? s.loopEnd : s.length;  // libxmp rewrites past a loop
+        got.resize(compared);
+        want.resize(compared);
+        EXPECT_EQ(got, want) << "sample " << i;
+    }
+    for (int i = 3; i < m.smp; ++i) EXPECT_EQ(m.xxs[i].len, 0) << i;
+}
+
+TEST(ModLibxmp, ChannelCountsFromTheSignature) {
+    for (unsigned channels : {6u, 8u, 5u, 12u, 32u}) {
+        SongHeader song = makeSong(MOD, channels);
+        PatternGrid g(64, channels);
+        g.at(7, channels - 1) = {note(36), instrument(0), cmd(15, 0x20)};
+        addPattern(song, g);
+        setOrders(song, {0});
+        addSample(song, 0, 64, 1);
+        const ModFile f = write(song);
+        test::XmpModule x;
+        ASSERT_EQ(x.load(f.b), 0) << channels;
+        EXPECT_EQ(x.mod().chn, static_cast<int>(channels));
+        const xmp_event ev = x.event(0, 7, static_cast<int>(channels) - 1);
+        EXPECT_EQ((std::vector<int>{ev.note, ev.ins, ev.fxt, ev.fxp}), (std::vector<int>{modNote(36), 1, 0x0C, 0x20}))
+            << channels;
+        EXPECT_EQ(x.samplePcm(0), test::pcmOf(song.samples[0])) << channels;
+    }
+}
+
+}  // namespace
+}  // namespace deqaz

@@ -1,0 +1,508 @@
+// XM writer: module header, packed patterns, instrument and sample headers, the sample-run search
+// and the trailing chunks checked byte by byte against hand-worked values, then whole files read
+// back with libxmp and compared with the module they were written from.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/endian.hpp"
+#include "support/module_builder.hpp"
+#include "support/xmp_compare.hpp"
+
+namespace deqaz {
+namespace {
+
+using test::addInstrument;
+using test::addPattern;
+using test::addSample;
+using test::addTrackBytes;
+using test::addTrackRows;
+using test::cmd;
+using test::instrument;
+using test::makeSong;
+using test::note;
+using test::PatternGrid;
+using test::setOrders;
+using Bytes = std::vector<uint8_t>;
+using namespace std::string_literals;
+
+constexpr uint32_t XM = 0;  // no origin flag
+constexpr size_t HEADER = 336;
+
+// Bounds-checked view of a written XM file.
+struct XmFile {
+    Bytes b;
+    std::string messages;
+
+    void need(size_t o, size_t n) const {
+        if (o + n > b.size()) throw std::out_of_range("read past the written file");
+    }
+    uint8_t u8(size_t o) const { return need(o, 1), b[o]; }
+    uint16_t u16(size_t o) const { return need(o, 2), rd16le(&b[o]); }
+    uint32_t u32(size_t o) const { return need(o, 4), rd32le(&b[o]); }
+    Bytes bytes(size_t o, size_t n) const {
+        need(o, n);
+        return {b.begin() + static_cast<std::ptrdiff_t>(o), b.begin() + static_cast<std::ptrdiff_t>(o + n)};
+    }
+    std::string text(size_t o, size_t n) const {
+        const Bytes v = bytes(o, n);
+        return {v.begin(), v.end()};
+    }
+    // Offset of pattern k's header, following the packed sizes of those before it.
+    size_t patternAt(unsigned k) const {
+        size_t at = HEADER;
+        for (unsigned i = 0; i < k; ++i) at += 9 + u16(at + 7);
+        return at;
+    }
+    Bytes packed(unsigned k) const {
+        const size_t at = patternAt(k);
+        return bytes(at + 9, u16(at + 7));
+    }
+    size_t instrumentsAt() const { return patternAt(u16(70)); }
+};
+
+XmFile write(SongHeader& song, int silent = 0) {
+    test::WriteResult r = test::runWriter(&writeXm, song, silent);
+    EXPECT_FALSE(r.failed);
+    return {std::move(r.bytes), std::move(r.messages)};
+}
+
+// A song of `channels` channels with one empty 64-row pattern and order 0.
+SongHeader minimalSong(unsigned channels = 1) {
+    SongHeader song = makeSong(XM, channels);
+    addPattern(song, 64, std::vector<uint16_t>(channels, addTrackBytes(song, {0})));
+    setOrders(song, {0});
+    return song;
+}
+
+// An XM sample records its owning instrument (1-based) in its global-volume byte.
+SampleRecord& addXmSample(SongHeader& song, unsigned owner, uint16_t flags, uint32_t length, unsigned seed = 1) {
+    SampleRecord& s = addSample(song, flags, length, seed);
+    s.globalVolume = static_cast<uint8_t>(owner);
+    return s;
+}
+
+uint8_t highByte(int16_t v) { return static_cast<uint8_t>(static_cast<uint16_t>(v) >> 8); }
+
+// ---------------------------------------------------------------------------------------------
+// Module header
+
+TEST(XmHeader, FieldsOrderTableAndTrackerName) {
+    SongHeader song = minimalSong(6);
+    song.name = "a song name longer than twenty";
+    song.restartPos = 2;
+    song.initialSpeed = 3;
+    song.initialTempo = 140;
+    song.flags = SH_LINEAR_SLIDES;
+    addPattern(song, 32, std::vector<uint16_t>(6, 0));
+    setOrders(song, {1, 0, 1});
+    addInstrument(song);
+    XmFile f = write(song);
+    EXPECT_EQ(f.text(0, 17), "Extended Module: ");
+    EXPECT_EQ(f.text(17, 20), "a song name longer t");
+    EXPECT_EQ(f.u8(37), 0x1A);
+    EXPECT_EQ(f.text(38, 20), "FastTracker v2.00   ");
+    EXPECT_EQ(f.u16(58), 0x0104);
+    EXPECT_EQ(f.u32(60), 276u);
+    EXPECT_EQ(f.bytes(64, 16), (Bytes{3, 0, 2, 0, 6, 0, 2, 0, 1, 0, 1, 0, 3, 0, 140, 0}));
+    EXPECT_EQ(f.bytes(80, 4), (Bytes{1, 0, 1, 0}));
+    EXPECT_EQ(f.bytes(84, 252), Bytes(252, 0));
+    EXPECT_EQ(f.messages, "");
+
+    song.name = "short";
+    song.flags = SH_XM_ALT_TRACKER_NAME;
+    f = write(song);
+    EXPECT_EQ(f.bytes(17, 20), (Bytes{'s', 'h', 'o', 'r', 't', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(f.text(38, 20), "FastTracker v 2.00  ");
+    EXPECT_EQ(f.u16(74), 0);
+}
+
+TEST(XmHeader, OrderListBeyondTheTableIsCutAndReported) {
+    SongHeader song = minimalSong();
+    std::vector<uint8_t> orders(300);
+    for (size_t i = 0; i < orders.size(); ++i) orders[i] = static_cast<uint8_t>(i % 7);
+    setOrders(song, orders);
+    XmFile f = write(song);
+    EXPECT_EQ(f.u16(64), 256);
+    EXPECT_EQ(f.bytes(80, 256), Bytes(orders.begin(), orders.begin() + 256));
+    EXPECT_EQ(f.u32(HEADER), 9u);  // the first pattern follows the table
+    EXPECT_EQ(f.messages, "warn: XM holds 256 orders; 44 more dropped\n");
+    EXPECT_EQ(write(song, 1).messages, "");
+}
+
+TEST(XmHeader, EmptyModuleIsTheHeaderAlone) {
+    SongHeader song = makeSong(XM, 4);  // no orders, patterns or instruments
+    const XmFile f = write(song);
+    ASSERT_EQ(f.b.size(), HEADER);
+    EXPECT_EQ(f.bytes(64, 10), (Bytes{0, 0, 0, 0, 4, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(f.bytes(80, 256), Bytes(256, 0));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Patterns
+
+TEST(XmPatterns, EmptyAndZeroRowPatternsAreHeadersOnly) {
+    SongHeader song = minimalSong(2);
+    addPattern(song, 0, {0, 0});
+    song.patternTracks[0] = 999;  // no such track: an empty channel
+    const XmFile f = write(song);
+    EXPECT_EQ(f.bytes(HEADER, 18), (Bytes{9, 0, 0, 0, 0, 64, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(f.b.size(), HEADER + 18);  // no instruments: nothing follows
+}
+
+TEST(XmPatterns, CellPacking) {
+    SongHeader song = makeSong(XM, 2);
+    PatternGrid g(3, 2);
+    g.at(0, 0) = {note(255)};                                                     // note off
+    g.at(0, 1) = {note(48), instrument(2), cmd(15, 32), cmd(17, 0x91)};          // all five
+    g.at(1, 1) = {cmd(3, 0x37)};                                                  // arpeggio
+    g.at(2, 0) = {instrument(0), cmd(6, 0x20), cmd(20, 0x03)};                    // porta moved out
+    g.at(2, 1) = {note(253)};                                                     // cut, as is
+    addPattern(song, g);
+    setOrders(song, {0});
+    const XmFile f = write(song);
+    EXPECT_EQ(f.u16(HEADER + 5), 3);
+    EXPECT_EQ(f.packed(0), (Bytes{0x81, 0x61,                          //
+                                  0x9F, 49, 3, 0x30, 14, 0x91,         //
+                                  0x80, 0x90, 0x37,                    //
+                                  0x9E, 1, 0x63, 3, 0x20, 0x81, 254}));
+}
+
+TEST(XmPatterns, PackedSizeBeyond16BitsIsReported) {
+    // 64 channels x 256 rows of six-byte cells: 98304 bytes, more than the size field holds.
+    SongHeader song = makeSong(XM, 64);
+    const uint16_t t = addTrackRows(song, std::vector<TrackRow>(256, TrackRow{note(1), instrument(1), cmd(15, 1), cmd(17, 0x11)}));
+    addPattern(song, 256, std::vector<uint16_t>(64, t));
+    addPattern(song, 1, std::vector<uint16_t>(64, t));
+    setOrders(song, {0});
+    const XmFile f = write(song);
+    EXPECT_EQ(f.u16(HEADER + 7), 98304 % 65536);
+    EXPECT_EQ(f.u16(HEADER + 9 + 98304 + 5), 1);  // the next pattern still follows every byte
+    EXPECT_EQ(f.messages, "warn: XM pattern 0 packs to 98304 bytes; its 16-bit size field is wrong\n");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Instruments and samples
+
+TEST(XmInstrument, WithoutSamplesIs33Bytes) {
+    SongHeader song = minimalSong();
+    addInstrument(song).name = "empty";
+    addSample(song, 0, 10).globalVolume = 7;  // names no instrument: never written
+    const XmFile f = write(song);
+    const size_t at = f.instrumentsAt();
+    ASSERT_EQ(f.b.size(), at + 33);
+    EXPECT_EQ(f.u32(at), 33u);
+    EXPECT_EQ(f.text(at + 4, 6), std::string("empty\0", 6));
+    EXPECT_EQ(f.bytes(at + 26, 7), (Bytes{0, 0, 0, 40, 0, 0, 0}));
+}
+
+TEST(XmInstrument, FullHeaderFields) {
+    SongHeader song = minimalSong();
+    InstrumentRecord& ins = addInstrument(song);
+    ins.flags = 0x3;
+    ins.volumeEnvelope = {0x07, 3, 1, 0, 0, 2, {}};
+    ins.volumeEnvelope.points[0] = {0, 64};
+    ins.volumeEnvelope.points[1] = {0x123, 32};
+    ins.volumeEnvelope.points[12] = {99, 99};  // beyond XM's 12 points
+    ins.panningEnvelope = {0x81, 2, 0, 0, 1, 1, {}};
+    ins.panningEnvelope.points[1] = {5, 0x20};
+    ins.vibratoType = 1;
+    ins.vibratoSweep = 2;
+    ins.vibratoDepth = 3;
+    ins.vibratoRate = 4;
+    ins.fadeout = 0x1234;
+    ins.midiChannel = 9;
+    ins.midiProgram = 200;
+    ins.midiBendRange = 12;
+    ins.noteMap[5].sample = 0;
+    addXmSample(song, 1, 0, 4);
+    const XmFile f = write(song);
+    const size_t at = f.instrumentsAt();
+    EXPECT_EQ(f.bytes(at, 4), (Bytes{248, 0, 0, 0}));
+    EXPECT_EQ(f.bytes(at + 27, 6), (Bytes{1, 0, 40, 0, 0, 0}));
+    EXPECT_EQ(f.bytes(at + 33, 96), Bytes(96, 0));  // one sample: every key plays it
+    EXPECT_EQ(f.bytes(at + 129, 8), (Bytes{0, 0, 64, 0, 0x23, 0x01, 32, 0}));
+    EXPECT_EQ(f.bytes(at + 129 + 8, 40), Bytes(40, 0));
+    EXPECT_EQ(f.bytes(at + 177, 8), (Bytes{0, 0, 0, 0, 5, 0, 0x20, 0}));
+    EXPECT_EQ(f.bytes(at + 225, 23), (Bytes{3, 2, 1, 0, 2, 0, 1, 1, 0x07, 0x01, 1, 2, 3, 4, 0x34, 0x12, 1, 9, 200, 0, 12, 0, 1}));
+    EXPECT_EQ(f.u32(at + 248), 4u);  // the sample header follows
+
+    song.instruments[0].flags = 0;
+    const XmFile g = write(song);
+    EXPECT_EQ(g.u8(at + 241), 0);
+    EXPECT_EQ(g.u8(at + 247), 0);
+}
+
+TEST(XmSample, HeaderFieldsAndDeltaData) {
+    SongHeader song = minimalSong();
+    addInstrument(song);
+    SampleRecord& a = addXmSample(song, 1, SF_16BIT | SF_STEREO | SF_LOOP, 1000, 3);
+    a.loopStart = 100;
+    a.loopEnd = 300;
+    a.volume = 48;
+    a.frequency = 0x90;  // fine-tune +16
+    a.pan = -1;
+    a.relativeNote = -12;
+    a.name = "stereo";
+    SampleRecord& b = addXmSample(song, 1, SF_LOOP | SF_PINGPONG, 5, 4);
+    b.loopStart = 1;
+    b.loopEnd = 4;
+    b.frequency = 0x170;  // only the first byte counts: fine-tune -16
+    b.pan = 200;
+    addXmSample(song, 1, SF_PINGPONG, 0).pan = 0;  // ping-pong without loop: type still 2
+    const XmFile f = write(song);
+    const size_t h = f.instrumentsAt() + 248;
+    EXPECT_EQ(f.bytes(h, 24), (Bytes{0xA0, 0x0F, 0, 0, 200, 0, 0, 0, 0x90, 0x01, 0, 0,  //
+                                      48, 0x10, 0x31, 0xFF, 0xF4, 0, 's', 't', 'e', 'r', 'e', 'o'}));
+    EXPECT_EQ(f.bytes(h + 40, 18), (Bytes{5, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 64, 0xF0, 2, 200, 0, 0}));
+    EXPECT_EQ(f.bytes(h + 80 + 14, 2), (Bytes{2, 0}));
+
+    // Data after the three headers: 16-bit deltas per channel, each starting from 0, then bytes.
+    const SampleRecord& first = song.samples[0];
+    const SampleRecord& second = song.samples[1];
+    size_t d = h + 120;
+    ASSERT_EQ(f.b.size(), d + 4000 + 5);
+    for (int ch = 0; ch < 2; ++ch) {
+        uint16_t previous = 0;
+        for (uint32_t i = 0; i < 1000; ++i, d += 2) {
+            const auto v = static_cast<uint16_t>(first.pcm[ch][i]);
+            ASSERT_EQ(f.u16(d), static_cast<uint16_t>(v - previous)) << ch << " " << i;
+            previous = v;
+        }
+    }
+    uint8_t previous = 0;
+    for (uint32_t i = 0; i < 5; ++i, ++d) {
+        const auto v = highByte(second.pcm[0][i]);
+        EXPECT_EQ(f.u8(d), static_cast<uint8_t>(v - previous)) << i;
+        previous = v;
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Which samples belong to which instrument
+
+// Instrument headers in file order: (offset, sample count); walks headers, sample headers and data.
+std::vector<std::pair<size_t, unsigned>> instrumentLayout(const XmFile& f) {
+    std::vector<std::pair<size_t, unsigned>> out;
+    size_t at = f.instrumentsAt();
+    for (unsigned i = 0; i < f.u16(72); ++i) {
+        const unsigned n = f.u16(at + 27);
+        out.emplace_back(at, n);
+        size_t data = 0;
+        for (unsigned s = 0; s < n; ++s) data += f.u32(at + f.u32(at) + 40 * s);
+        at += f.u32(at) + 40 * n + data;
+    }
+    EXPECT_EQ(at, f.b.size());
+    return out;
+}
+
+TEST(XmSampleRuns, ContiguousRunByInstrumentNumber) {
+    SongHeader song = minimalSong();
+    const unsigned owners[] = {2, 2, 1, 1, 1, 2};  // the last one is not next to its run
+    for (unsigned i = 0; i < 6; ++i) addXmSample(song, owners[i], 0, 10 + i).name = "s" + std::to_string(i);
+    InstrumentRecord& one = addInstrument(song);
+    for (unsigned k = 0; k < 120; ++k) one.noteMap[k].sample = static_cast<uint16_t>(2 + k % 3);
+    one.noteMap[7].sample = 0xFFFF;
+    one.noteMap[8].sample = 0;  // outside the run: relative index wraps in its byte
+    addInstrument(song);
+    const XmFile f = write(song);
+    const auto layout = instrumentLayout(f);
+    ASSERT_EQ(layout.size(), 2u);
+    EXPECT_EQ(layout[0].second, 3u);
+    EXPECT_EQ(layout[1].second, 2u);
+    const size_t keys = layout[0].first + 33;
+    EXPECT_EQ(f.bytes(keys, 10), (Bytes{0, 1, 2, 0, 1, 2, 0, 0, 0xFE, 0}));
+    EXPECT_EQ(f.u8(keys + 95), 95 % 3);
+    EXPECT_EQ(f.text(layout[0].first + 248 + 18, 2), "s2");
+    EXPECT_EQ(f.text(layout[0].first + 248 + 80 + 18, 2), "s4");
+    EXPECT_EQ(f.u32(layout[1].first + 248), 10u);  // samples 0 and 1 of lengths 10, 11
+    EXPECT_EQ(f.u32(layout[1].first + 248 + 40), 11u);
+    EXPECT_EQ(f.bytes(layout[1].first + 33, 96), Bytes(96, 0));  // keys unmapped in instrument 2
+}
+
+TEST(XmSampleRuns, NoteMapFallback) {
+    SongHeader song = minimalSong();
+    for (unsigned i = 0; i < 6; ++i) addXmSample(song, 9, 0, 20 + i);  // none names instruments 1-3
+    InstrumentRecord& a = addInstrument(song);
+    a.noteMap[10].sample = 4;
+    a.noteMap[20].sample = 2;
+    a.noteMap[100].sample = 0;  // beyond the 96 keys XM maps: ignored
+    InstrumentRecord& b = addInstrument(song);
+    b.noteMap[0].sample = 3;
+    b.noteMap[1].sample = 40;  // past the last sample: the run is clamped to it
+    addInstrument(song).noteMap[0].sample = 6;  // starts past the last sample: no samples
+    const XmFile f = write(song);
+    const auto layout = instrumentLayout(f);
+    ASSERT_EQ(layout.size(), 3u);
+    EXPECT_EQ(layout[0].second, 3u);  // samples 2..4, unmapped keys widen nothing
+    EXPECT_EQ(f.u32(layout[0].first + 248), 22u);
+    EXPECT_EQ(f.u8(layout[0].first + 33 + 10), 2);
+    EXPECT_EQ(f.u8(layout[0].first + 33 + 20), 0);
+    EXPECT_EQ(layout[1].second, 3u);  // samples 3..5
+    EXPECT_EQ(f.u8(layout[1].first + 33 + 1), 37);
+    EXPECT_EQ(layout[2].second, 0u);
+    EXPECT_EQ(f.u32(layout[2].first), 33u);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Trailing chunks
+
+TEST(XmChunks, TextMidiAndExtensionBlocksInOrder) {
+    SongHeader song = minimalSong(2);
+    const size_t end = HEADER + 9;
+    EXPECT_EQ(write(song).b.size(), end);  // none of them without their content
+
+    song.zxxMacro[0] = 0x100;  // fixed macros alone write no MIDI block
+    song.flags = SH_EXTRA_CHUNKS;
+    EXPECT_EQ(write(song).b.size(), end);
+
+    song.message = "hello";
+    song.sfxMacro[0] = 1;
+    song.fxSlots[2].present = true;
+    song.fxSlots[2].size = 3;
+    ASSERT_TRUE(song.fxSlots[2].data.dupBuffer(reinterpret_cast<const uint8_t*>("abc"), 3));
+    ASSERT_TRUE(song.channelFx.dupBuffer(Bytes{1, 2, 3, 4, 5, 6, 7, 8}.data(), 8));
+    const XmFile f = write(song);
+    EXPECT_EQ(f.text(end, 14), std::string("text\x06\0\0\0hello\0", 14));
+    size_t at = end + 14;
+    EXPECT_EQ(f.text(at, 8), std::string("MIDI\x20\x13\0\0", 8));
+    EXPECT_EQ(f.text(at + 8, 3), "FF\0"s);
+    EXPECT_EQ(f.text(at + 8 + 9 * 32, 8), "F0F000z\0"s);
+    EXPECT_EQ(f.text(at + 8 + 25 * 32, 9), "F0F00000\0"s);
+    at += 8 + 4896;
+    EXPECT_EQ(f.text(at, 11), std::string("FX02\x03\0\0\0abc", 11));
+    EXPECT_EQ(f.bytes(at + 11, 16), (Bytes{'C', 'H', 'F', 'X', 8, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(f.b.size(), at + 27);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Whole files read back by libxmp
+
+// libxmp keeps XM effect numbers as they are (FX_ARPEGGIO 0x00 ... FX_SPEED 0x0F, FX_GLOBALVOL
+// 0x10, FX_KEYOFF 0x14, FX_PANSLIDE 0x19, FX_MULTI_RETRIG 0x1B, FX_XF_PORTA 0x21), puts XM notes
+// one octave up (C-0 = 13) and reads the volume column's set-volume range 0x10-0x50 as 1-65.
+struct ExpectedEvent {
+    int note = 0, ins = 0, vol = 0, fxt = 0, fxp = 0, f2t = 0, f2p = 0;
+};
+
+void expectEvent(const test::XmpModule& x, int p, int r, int c, const ExpectedEvent& e) {
+    const xmp_event ev = x.event(p, r, c);
+    const std::vector<int> got{ev.note, ev.ins, ev.vol, ev.fxt, ev.fxp, ev.f2t, ev.f2p};
+    EXPECT_EQ(got, (std::vector<int>{e.note, e.ins, e.vol, e.fxt, e.fxp, e.f2t, e.f2p}))
+        << "pattern " << p << " row " << r << " channel " << c;
+}
+
+int xmNote(uint8_t stored) { return stored + 1 + 12; }
+
+TEST(XmLibxmp, RoundTrip) {
+    SongHeader song = makeSong(XM | SH_LINEAR_SLIDES, 4);
+    song.name = "round trip";
+    song.initialSpeed = 5;
+    song.initialTempo = 150;
+    song.message = "a message";
+    PatternGrid a(64, 4);
+    a.at(0, 0) = {note(48), instrument(0), cmd(15, 40)};
+    a.at(0, 1) = {note(60), instrument(1), cmd(18, 0x06)};
+    a.at(1, 0) = {note(50), cmd(13, 0x0F)};
+    a.at(2, 1) = {note(255)};
+    a.at(3, 2) = {cmd(11, 0x80), cmd(28, 0x31)};
+    a.at(4, 3) = {note(95), instrument(2), cmd(22, 0x20)};
+    a.at(5, 3) = {cmd(24, 3), cmd(29, 0x02)};
+    a.at(63, 2) = {cmd(14, 1)};
+    for (unsigned r = 10; r < 40; ++r) a.at(r, 2) = {note(static_cast<uint8_t>(r)), cmd(26, 0x40)};
+    PatternGrid b(32, 4);
+    b.at(31, 0) = {note(0), instrument(1), cmd(12, 0x10)};
+    addPattern(song, a);
+    addPattern(song, b);
+    setOrders(song, {0, 1, 0});
+    song.restartPos = 1;
+
+    for (int i = 0; i < 3; ++i) addInstrument(song).name = "instrument " + std::to_string(i);
+    SampleRecord& s0 = addXmSample(song, 1, SF_LOOP, 300, 1);
+    s0.loopStart = 20;
+    s0.loopEnd = 280;
+    s0.relativeNote = 12;
+    s0.frequency = 0x80 + 20;
+    addXmSample(song, 1, SF_16BIT, 200, 2);
+    SampleRecord& s2 = addXmSample(song, 2, SF_16BIT | SF_LOOP | SF_PINGPONG, 500, 3);
+    s2.loopStart = 100;
+    s2.loopEnd = 400;
+    s2.pan = 16;
+    for (unsigned k = 0; k < 96; ++k) song.instruments[0].noteMap[k].sample = k < 48 ? 0 : 1;
+    Envelope& vol = song.instruments[0].volumeEnvelope;
+    vol = {0x01 | 0x04, 3, 0, 0, 1, 2, {}};
+    vol.points[0] = {0, 64};
+    vol.points[1] = {20, 32};
+    vol.points[2] = {50, 0};
+    song.instruments[0].fadeout = 0x200;
+
+    const XmFile f = write(song);
+    EXPECT_EQ(f.messages, "2 effects in 1 row!\n");
+    test::XmpModule x;
+    ASSERT_EQ(x.load(f.b), 0);
+    const xmp_module& m = x.mod();
+    EXPECT_STREQ(m.name, "round trip");
+    EXPECT_EQ(m.spd, 5);
+    EXPECT_EQ(m.bpm, 150);
+    EXPECT_EQ(m.chn, 4);
+    EXPECT_EQ(m.rst, 1);
+    ASSERT_EQ(m.len, 3);
+    EXPECT_EQ(Bytes(m.xxo, m.xxo + 3), (Bytes{0, 1, 0}));
+    EXPECT_EQ(x.patternRows(0), 64);
+    EXPECT_EQ(x.patternRows(1), 32);
+
+    expectEvent(x, 0, 0, 0, {xmNote(48), 1, 41});
+    expectEvent(x, 0, 0, 1, {xmNote(60), 2, 0, 0x0F, 0x06});
+    expectEvent(x, 0, 1, 0, {xmNote(50), 0, 0, 0x0A, 0x0F});
+    expectEvent(x, 0, 2, 1, {XMP_KEY_OFF});
+    expectEvent(x, 0, 3, 2, {0, 0, 0, 0x1B, 0x31, 0x08, 0x80});  // pan in the volume column
+    expectEvent(x, 0, 4, 3, {xmNote(95), 3, 0, 0x10, 0x20});
+    expectEvent(x, 0, 5, 3, {0, 0, 0, 0x14, 3});  // the second effect of the row is dropped
+    expectEvent(x, 0, 63, 2, {0, 0, 0, 0x0B, 1});
+    for (int r = 10; r < 40; ++r) expectEvent(x, 0, r, 2, {xmNote(static_cast<uint8_t>(r)), 0, 0, 0x19, 0x40});
+    expectEvent(x, 0, 40, 2, {});
+    expectEvent(x, 1, 31, 0, {xmNote(0), 2, 0, 0x09, 0x10});
+    expectEvent(x, 1, 0, 0, {});
+
+    ASSERT_EQ(m.ins, 3);
+    ASSERT_EQ(m.smp, 3);
+    EXPECT_STREQ(m.xxi[1].name, "instrument 1");
+    EXPECT_EQ(m.xxi[0].nsm, 2);
+    EXPECT_EQ(m.xxi[1].nsm, 1);
+    EXPECT_EQ(m.xxi[2].nsm, 0);
+    for (int key = 0; key < 96; ++key) EXPECT_EQ(x.sampleForKey(0, key + 12), key < 48 ? 0 : 1) << key;
+    EXPECT_EQ(m.xxi[0].sub[0].xpo, 12);
+    EXPECT_EQ(m.xxi[0].sub[0].fin, 20);
+    EXPECT_EQ(m.xxi[1].sub[0].pan, 16);
+    EXPECT_EQ(m.xxi[0].rls, 0x400);
+    const xmp_envelope& env = m.xxi[0].aei;
+    EXPECT_EQ(env.npt, 3);
+    EXPECT_EQ(env.lps, 1);
+    EXPECT_EQ(env.lpe, 2);
+    EXPECT_EQ(std::vector<short>(env.data, env.data + 6), (std::vector<short>{0, 64, 20, 32, 50, 0}));
+
+    for (int i = 0; i < 3; ++i) {
+        const SampleRecord& s = song.samples[i];
+        const xmp_sample& xs = m.xxs[i];
+        EXPECT_EQ(xs.len, static_cast<int>(s.length)) << i;
+        EXPECT_EQ((xs.flg & XMP_SAMPLE_16BIT) != 0, (s.flags & SF_16BIT) != 0) << i;
+        EXPECT_EQ((xs.flg & XMP_SAMPLE_LOOP) != 0, (s.flags & SF_LOOP) != 0) << i;
+        EXPECT_EQ((xs.flg & XMP_SAMPLE_LOOP_BIDIR) != 0, (s.flags & SF_PINGPONG) != 0) << i;
+        if (s.flags & SF_LOOP) {
+            EXPECT_EQ(xs.lps, static_cast<int>(s.loopStart)) << i;
+            EXPECT_EQ(xs.lpe, static_cast<int>(s.loopEnd)) << i;
+        }
+        auto got = x.samplePcm(i), want = test::pcmOf(s);
+        const size_t compared = (s.flags & SF_LOOP) ? s.loopEnd : s.length;  // libxmp rewrites past a loop
+        got.resize(compared);
+        want.resize(compared);
+        EXPECT_EQ(got, want) << "sample " << i;
+    }
+}
+
+}  // namespace
+}  // namespace deqaz

@@ -15,6 +15,10 @@ void initLossyDecoders();
 void decodeVorbisSample(const uint8_t* header, size_t headerSize, const uint8_t* stored, size_t storedSize,
                         int16_t* out, size_t outBytes);
 
+// One Vorbis float value as a 16-bit point: x * 32768 in single precision, truncated toward
+// zero and saturated to -32768..32767 (so 1.0 gives 32767 and -0.00002 gives 0).
+int16_t vorbisFloatToPcm16(float x);
+
 // Decodes Layer III frames from memory, drops the first `codecParam` output bytes, and fills
 // `outBytes` bytes exactly (zero-filled when the stream runs short).
 void decodeLayer3Sample(const uint8_t* stored, size_t storedSize, uint16_t codecParam, int16_t* out,

@@ -4,7 +4,6 @@
 #include <ogg/ogg.h>
 #include <vorbis/codec.h>
 #include <vorbis/vorbisfile.h>
-#include <dlfcn.h>
 
 #include <cmath>
 #include <cstdio>
@@ -37,22 +36,8 @@ std::vector<int16_t> musicalSignal(size_t frames, int channels, double rate) {
     return pcm;
 }
 
-// libvorbisfile, loaded at run time (the build links the decode-side libraries only).
-struct VorbisFile {
-    void* lib = dlopen("libvorbisfile.so.3", RTLD_NOW);
-    decltype(&ov_open_callbacks) open = lib ? reinterpret_cast<decltype(open)>(dlsym(lib, "ov_open_callbacks")) : nullptr;
-    decltype(&ov_info) info = lib ? reinterpret_cast<decltype(info)>(dlsym(lib, "ov_info")) : nullptr;
-    decltype(&ov_read_float) read = lib ? reinterpret_cast<decltype(read)>(dlsym(lib, "ov_read_float")) : nullptr;
-    decltype(&ov_clear) clear = lib ? reinterpret_cast<decltype(clear)>(dlsym(lib, "ov_clear")) : nullptr;
-};
-
 // Independent decode: libvorbisfile reading the stream from memory, every frame it gives.
 std::vector<int16_t> referenceDecode(const std::vector<uint8_t>& stream) {
-    static const VorbisFile vfl;
-    if (!vfl.open || !vfl.info || !vfl.read || !vfl.clear) {
-        ADD_FAILURE() << "libvorbisfile.so.3 not loadable";
-        return {};
-    }
     struct Mem { const std::vector<uint8_t>* v; size_t pos; } mem{&stream, 0};
     ov_callbacks cb{};
     cb.read_func = [](void* p, size_t size, size_t count, void* d) -> size_t {
@@ -64,15 +49,15 @@ std::vector<int16_t> referenceDecode(const std::vector<uint8_t>& stream) {
     };
     std::vector<int16_t> out;
     OggVorbis_File vf;
-    if (vfl.open(&mem, &vf, nullptr, 0, cb) != 0) return out;
-    const int channels = vfl.info(&vf, -1)->channels;
+    if (ov_open_callbacks(&mem, &vf, nullptr, 0, cb) != 0) return out;
+    const int channels = ov_info(&vf, -1)->channels;
     float** pcm;
     int section;
     long n;
-    while ((n = vfl.read(&vf, &pcm, 4096, &section)) > 0)
+    while ((n = ov_read_float(&vf, &pcm, 4096, &section)) > 0)
         for (long i = 0; i < n; ++i)
             for (int c = 0; c < channels; ++c) out.push_back(vorbisFloatToPcm16(pcm[c][i]));
-    vfl.clear(&vf);
+    ov_clear(&vf);
     return out;
 }
 

@@ -4,6 +4,7 @@
 
 #include "common/endian.hpp"
 #include "container/pack.hpp"
+#include "samples/lossy_encode.hpp"
 #include "samples/predict.hpp"
 
 namespace deqaz {
@@ -45,7 +46,7 @@ uint32_t encodeOldFrequency(uint32_t hz) {
 
 }  // namespace
 
-std::vector<uint8_t> buildBody(const SongHeader& song, uint8_t version, const std::vector<int32_t>& storedSizes,
+std::vector<uint8_t> buildBody(const SongHeader& song, uint8_t version, const std::vector<SampleStorage>& storage,
                                bool encodeFrequency) {
     std::vector<uint8_t> body;
     ByteSink out(body);
@@ -81,12 +82,16 @@ std::vector<uint8_t> buildBody(const SongHeader& song, uint8_t version, const st
         const SampleRecord& smp = song.samples[i];
         out.string(smp.name);
         if (version >= 5) out.string(smp.fileName);
+        SampleStorage own{smp.storedSize, smp.flags, smp.codecParam, smp.headerSource, {}};
+        const SampleStorage& st = i < storage.size() ? storage[i] : own;
         storeSample(smp, record);
-        wr32le(record + 35, static_cast<uint32_t>(i < storedSizes.size() ? storedSizes[i] : smp.storedSize));
+        wr32le(record + 35, static_cast<uint32_t>(st.storedSize));
+        wr16le(record + 20, st.flags);
+        wr16le(record + 39, st.codecParam);
         if (oldFrequency) wr32le(record, encodeOldFrequency(smp.frequency));
         out.bytes(record, SAMPLE_STORED_SIZE);
-        if ((smp.flags & (SF_COMPRESSED | SF_PREDICT)) == (SF_COMPRESSED | SF_PREDICT))
-            out.u16(static_cast<uint16_t>(smp.headerSource));
+        if ((st.flags & (SF_COMPRESSED | SF_PREDICT)) == (SF_COMPRESSED | SF_PREDICT))
+            out.u16(static_cast<uint16_t>(st.headerSource));
     }
 
     if (song.flags & SH_EXTRA_CHUNKS) {
@@ -146,27 +151,96 @@ std::vector<uint8_t> codeSampleData(const SampleRecord& smp) {
     return wide ? packPredict16(planar.data(), planar.size()) : packPredict8(planar.data(), planar.size());
 }
 
-std::vector<uint8_t> writeQaz(const SongHeader& song, const QazWriteOptions& options) {
-    std::vector<std::vector<uint8_t>> data(song.samples.size());
-    std::vector<int32_t> storedSizes(song.samples.size());
+namespace {
+
+// The label rate of a lossy stream: the sample's own rate where it is one (IT, S3M), otherwise
+// the Amiga middle-C rate. Playback takes its rate from the record, never from the stream.
+long streamRate(const SampleRecord& smp) {
+    return smp.frequency >= 1000 && smp.frequency <= 192000 ? static_cast<long>(smp.frequency) : 8363;
+}
+
+std::vector<int16_t> interleaved(const SampleRecord& smp) {
+    const int channels = (smp.flags & SF_STEREO) ? 2 : 1;
+    std::vector<int16_t> pcm(static_cast<size_t>(smp.length) * channels);
+    for (int c = 0; c < channels; ++c)
+        for (size_t k = 0; k < smp.length; ++k)
+            pcm[k * channels + c] = (smp.pcm[c] && k < smp.pcm[c].size()) ? smp.pcm[c][k] : 0;
+    return pcm;
+}
+
+struct SharedHeader {
+    size_t sample;
+    int channels;
+    long rate;
+    std::vector<uint8_t> bytes;
+};
+
+}  // namespace
+
+bool planSampleStorage(const SongHeader& song, const QazWriteOptions& options, std::vector<SampleStorage>& out) {
+    out.assign(song.samples.size(), {});
+    std::vector<SharedHeader> shared;
     for (size_t i = 0; i < song.samples.size(); ++i) {
         const SampleRecord& smp = song.samples[i];
+        SampleStorage& st = out[i];
+        st.flags = smp.flags;
+        st.codecParam = smp.codecParam;
+        st.headerSource = smp.headerSource;
         if (smp.storedSize < 0) {
-            storedSizes[i] = smp.storedSize;  // a copy: no data of its own
+            st.storedSize = smp.storedSize;  // a copy: no data of its own
             continue;
         }
         if (i < options.codedData.size() && options.codedData[i]) {
-            data[i] = *options.codedData[i];
-            storedSizes[i] = static_cast<int32_t>(data[i].size());
+            st.data = *options.codedData[i];
+            st.storedSize = static_cast<int32_t>(st.data.size());
             continue;
         }
-        data[i] = codeSampleData(smp);
-        storedSizes[i] = smp.isCoded() ? static_cast<int32_t>(data[i].size()) : 0;
+        if (options.lossy != LossyCoding::None && smp.length > 0) {
+            const int channels = (smp.flags & SF_STEREO) ? 2 : 1;
+            const std::vector<int16_t> pcm = interleaved(smp);
+            st.flags = static_cast<uint16_t>((smp.flags & ~SF_CODING_MASK) | SF_COMPRESSED);
+            st.headerSource = 0;
+            if (options.lossy == LossyCoding::Layer3) {
+                Layer3Encoded enc = encodeLayer3(pcm.data(), smp.length, channels, streamRate(smp), options.layer3Bitrate);
+                if (!enc.ok || enc.delayBytes > 0xFFFF) return false;
+                st.data = std::move(enc.frames);
+                st.codecParam = static_cast<uint16_t>(enc.delayBytes);
+            } else {
+                const long rate = streamRate(smp);
+                VorbisEncoded enc = encodeVorbis(pcm.data(), smp.length, channels, rate, options.vorbisQuality);
+                if (!enc.ok) return false;
+                st.codecParam = 0;
+                const SharedHeader* source = nullptr;
+                if (options.shareVorbisHeaders) {
+                    for (const SharedHeader& h : shared)
+                        if (h.channels == channels && h.rate == rate && h.bytes == enc.header) source = &h;
+                }
+                if (source && source->bytes.size() <= 0xFFFF && i - source->sample <= 0x7FFF) {
+                    // Borrow the header pages that begin the source sample's stored data.
+                    st.flags |= SF_PREDICT;
+                    st.headerSource = static_cast<int16_t>(-static_cast<int32_t>(i - source->sample));
+                    st.codecParam = static_cast<uint16_t>(source->bytes.size());
+                    st.data = std::move(enc.audio);
+                } else {
+                    if (options.shareVorbisHeaders) shared.push_back({i, channels, rate, enc.header});
+                    st.data = enc.stream();
+                }
+            }
+            st.storedSize = static_cast<int32_t>(st.data.size());
+            continue;
+        }
+        st.data = codeSampleData(smp);
+        st.storedSize = smp.isCoded() ? static_cast<int32_t>(st.data.size()) : 0;
     }
+    return true;
+}
 
+std::vector<uint8_t> writeQaz(const SongHeader& song, const QazWriteOptions& options) {
+    std::vector<SampleStorage> storage;
+    if (!planSampleStorage(song, options, storage)) return {};
     std::vector<uint8_t> sampleData;
-    for (const auto& d : data) sampleData.insert(sampleData.end(), d.begin(), d.end());
-    return assembleQaz(buildBody(song, options.version, storedSizes), options.version, sampleData);
+    for (const SampleStorage& st : storage) sampleData.insert(sampleData.end(), st.data.begin(), st.data.end());
+    return assembleQaz(buildBody(song, options.version, storage), options.version, sampleData);
 }
 
 std::vector<uint8_t> assembleQaz(const std::vector<uint8_t>& body, uint8_t version, const std::vector<uint8_t>& sampleData) {

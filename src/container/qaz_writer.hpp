@@ -11,19 +11,41 @@
 
 namespace deqaz {
 
+enum class LossyCoding { None, Vorbis, Layer3 };
+
 struct QazWriteOptions {
     uint8_t version = 5;  // 4 or 5 (0-4 share one layout)
-    // Per sample index: coded bytes to store as they stand (lossy streams). A sample with
-    // coded data gets storedSize = its size.
+    // Lossy coding for every sample with data of its own (its flags then become SF_COMPRESSED;
+    // the sample's own coding flags are replaced).
+    LossyCoding lossy = LossyCoding::None;
+    float vorbisQuality = 0.4f;   // libvorbis VBR quality, -0.1 to 1.0
+    bool shareVorbisHeaders = false;  // later samples borrow the first compatible sample's header pages
+    int layer3Bitrate = 128;      // kbit/s
+    // Per sample index: coded bytes to store as they stand (a lossy stream made elsewhere). A
+    // sample with coded data gets storedSize = its size; its flags and codecParam are kept.
     std::vector<std::optional<std::vector<uint8_t>>> codedData;
 };
 
+// How one sample is stored: the record fields the storage decides, and the stored bytes.
+struct SampleStorage {
+    int32_t storedSize = 0;
+    uint16_t flags = 0;
+    uint16_t codecParam = 0;
+    int16_t headerSource = 0;
+    std::vector<uint8_t> data;
+};
+
+// Decides every sample's storage: copies keep their negative storedSize, coded data from the
+// options is stored as it stands, lossy coding encodes the PCM, and otherwise the sample's own
+// flags choose raw or prediction coding. False when a lossy encoder refuses a sample.
+bool planSampleStorage(const SongHeader& song, const QazWriteOptions& options, std::vector<SampleStorage>& out);
+
 // Builds the unpacked body: strings, song header, orders, pattern tables, tracks, instruments,
-// samples and the extra chunk list. Records are stored as the module holds them, except each
-// sample's storedSize, which `storedSizes` supplies (one per sample), and, before version 5,
+// samples and the extra chunk list. Records are stored as the module holds them, except the
+// fields `storage` decides (one entry per sample; missing entries keep the record's own), and, before version 5,
 // the logarithmic frequency form of IT modules with linear slides (unless `encodeFrequency`
 // is false, which stores the field as held).
-std::vector<uint8_t> buildBody(const SongHeader& song, uint8_t version, const std::vector<int32_t>& storedSizes,
+std::vector<uint8_t> buildBody(const SongHeader& song, uint8_t version, const std::vector<SampleStorage>& storage,
                                bool encodeFrequency = true);
 
 // A QAZ file from an unpacked body and the sample data that follows it.
@@ -33,7 +55,7 @@ std::vector<uint8_t> assembleQaz(const std::vector<uint8_t>& body, uint8_t versi
 // prediction coding of 2 * length planar values for stereo).
 std::vector<uint8_t> codeSampleData(const SampleRecord& sample);
 
-// The whole QAZ file.
+// The whole QAZ file; empty when a lossy encoder refuses a sample.
 std::vector<uint8_t> writeQaz(const SongHeader& song, const QazWriteOptions& options = {});
 
 }  // namespace deqaz

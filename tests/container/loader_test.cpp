@@ -70,16 +70,16 @@ TEST(Loader, OldFilesConvertLinearItFrequencies) {
     for (auto [stored, hz] : {std::pair<int32_t, uint32_t>{-1408, 8363}, {0, 15787}, {128, 16726}}) {
         song.samples[0].frequency = static_cast<uint32_t>(stored);
         std::vector<uint8_t> raw = codeSampleData(song.samples[0]);
-        Loaded v4 = load(assembleQaz(buildBody(song, 4, {0}, false), 4, raw));
+        Loaded v4 = load(assembleQaz(buildBody(song, 4, {SampleStorage{}}, false), 4, raw));
         ASSERT_TRUE(v4.song);
         EXPECT_EQ(v4.song->samples[0].frequency, hz) << stored;
-        Loaded v5 = load(assembleQaz(buildBody(song, 5, {0}, false), 5, raw));
+        Loaded v5 = load(assembleQaz(buildBody(song, 5, {SampleStorage{}}, false), 5, raw));
         ASSERT_TRUE(v5.song);
         EXPECT_EQ(v5.song->samples[0].frequency, static_cast<uint32_t>(stored));
     }
     // Absurd stored values saturate rather than overflow.
     song.samples[0].frequency = 0x00100000;
-    Loaded big = load(assembleQaz(buildBody(song, 4, {0}, false), 4, codeSampleData(song.samples[0])));
+    Loaded big = load(assembleQaz(buildBody(song, 4, {SampleStorage{}}, false), 4, codeSampleData(song.samples[0])));
     ASSERT_TRUE(big.song);
     EXPECT_EQ(big.song->samples[0].frequency, 0xFFFFFFFFu);
     // The writer's inverse lands within a step of the original rate.

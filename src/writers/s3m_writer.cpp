@@ -1,8 +1,325 @@
+// S3M writer: serialises the module as a Scream Tracker 3 module.
+//
+// Layout, in file order: 96-byte header, order list, parapointer table (one 16-bit paragraph
+// pointer per sample header, then per pattern; reserved now, patched as the blocks are placed),
+// the 32-byte channel pan table, then, each on a 16-byte boundary, the 80-byte "SCRS" sample
+// headers, the packed patterns and the sample data (unsigned PCM). A paragraph pointer is a file
+// offset divided by 16, so every block it addresses starts on a multiple of 16; the gaps are
+// zero bytes.
+//
+// What S3M cannot hold is reported on the message stream (unless silent) rather than written
+// out of range:
+// - more than 32 channels: the channel table, the pan table and the 5-bit channel number of a
+//   packed cell have room for 32; the rest are dropped;
+// - more than eight channels on one side: see channelSettings;
+// - notes above octave 15: the note byte keeps the octave in a nibble; such notes are dropped;
+// - blocks past what a pointer reaches (1 MiB for headers and patterns, 256 MiB for sample data):
+//   the pointer is left 0 and the block is not written (a pattern then reads as empty, a sample
+//   header announces no data).
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "common/endian.hpp"
+#include "container/track.hpp"
+#include "writers/translate.hpp"
 #include "writers/writers.hpp"
 
 namespace deqaz {
 
-// Placeholder: the S3M writer comes later.
-void writeS3m(WriteContext&) {}
+namespace {
+
+constexpr unsigned S3M_MAX_CHANNELS = 32;
+constexpr unsigned S3M_ROWS = 64;
+constexpr size_t S3M_HEADER_SIZE = 96;
+constexpr size_t S3M_SAMPLE_SIZE = 80;
+constexpr uint32_t PARAGRAPH = 16;
+constexpr uint32_t MAX_POINTER16 = 0xFFFF;    // parapointer table entries
+constexpr uint32_t MAX_POINTER24 = 0xFFFFFF;  // sample data pointers
+constexpr uint8_t CHANNEL_OFF = 0xFF;
+constexpr uint8_t MASTER_VOLUME = 0x30;
+constexpr uint8_t MASTER_STEREO = 0x80;
+constexpr uint8_t PAN_TABLE_PRESENT = 0xFC;
+constexpr uint8_t PAN_VALID = 0x20;
+constexpr uint8_t NOTE_NONE = 0xFF;
+constexpr uint8_t NOTE_OFF = 0xFE;
+constexpr uint16_t TRACKER_ST300 = 0x1300;
+constexpr uint16_t TRACKER_ST301 = 0x1301;
+constexpr uint16_t SAMPLES_UNSIGNED = 2;
+
+// Sample header fields.
+constexpr size_t SMP_POINTER_HIGH = 13;
+constexpr size_t SMP_POINTER_LOW = 14;
+constexpr size_t SMP_LENGTH = 16;
+constexpr size_t SMP_LOOP_START = 20;
+constexpr size_t SMP_LOOP_END = 24;
+
+struct S3mCounts {
+    unsigned channels;  // written, at most 32
+    unsigned orders;
+    unsigned samples;
+    unsigned patterns;
+};
+
+S3mCounts countsOf(const SongHeader& song) {
+    S3mCounts c{};
+    c.channels = std::min<unsigned>(song.channels, S3M_MAX_CHANNELS);
+    c.orders = static_cast<unsigned>(std::min<size_t>(song.orderCount, song.orders.size()));
+    c.samples = static_cast<unsigned>(std::min<size_t>(song.sampleCount, song.samples.size()));
+    c.patterns = song.patternCount;  // a damaged track table reads as empty cells
+    return c;
+}
+
+// What the writer had to leave out, reported once at the end.
+struct S3mLosses {
+    unsigned droppedChannels = 0;
+    unsigned sharedLeft = 0;   // left channels beyond the eighth
+    unsigned sharedRight = 0;  // right channels beyond the eighth
+    unsigned droppedNotes = 0;
+    unsigned unreachedBlocks = 0;
+};
+
+void warn(const WriteContext& ctx, const char* format, unsigned a, unsigned b = 0) {
+    char text[160];
+    std::snprintf(text, sizeof text, format, a, b);
+    ctx.diag.say(text);
+}
+
+void report(const WriteContext& ctx, const S3mLosses& l) {
+    if (l.droppedChannels) warn(ctx, "warn: S3M holds 32 channels; %u more dropped\n", l.droppedChannels);
+    if (l.sharedLeft || l.sharedRight)
+        warn(ctx, "warn: S3M has 8 channel codes per side; %u left and %u right channels share codes\n",
+             l.sharedLeft, l.sharedRight);
+    if (l.droppedNotes) warn(ctx, "warn: S3M notes end at octave 15; %u higher notes dropped\n", l.droppedNotes);
+    if (l.unreachedBlocks)
+        warn(ctx, "warn: S3M pointers cannot reach %u blocks; left empty\n", l.unreachedBlocks);
+}
+
+// Channel settings. S3M codes 0-7 are the left channels L1-L8 and 8-15 the right R1-R8 (16 and
+// up are AdLib channels). Channels are counted per side in channel order, centre (pan 128)
+// counting as left; the n-th left channel gets code n and the n-th right channel 8 + n, so the
+// first left channel is 1 and the first right 9. That rule runs out of codes at the eighth
+// channel of a side (it would give 8, a right code, or 16, an AdLib code), so the code is taken
+// modulo 8 within its side: the eighth channel takes the code the rule leaves free (0 or 8) and
+// from the ninth on the codes repeat. Every channel keeps its side; only with more than eight
+// channels on a side do two channels share a code, which is reported.
+struct ChannelSettings {
+    std::array<uint8_t, S3M_MAX_CHANNELS> codes;
+    unsigned left = 0;
+    unsigned right = 0;
+};
+
+ChannelSettings channelSettings(const SongHeader& song, unsigned channels) {
+    ChannelSettings s;
+    s.codes.fill(CHANNEL_OFF);
+    for (unsigned c = 0; c < channels; ++c) {
+        if (song.channelPan[c] <= 128) {
+            ++s.left;
+            s.codes[c] = static_cast<uint8_t>(s.left % 8);
+        } else {
+            ++s.right;
+            s.codes[c] = static_cast<uint8_t>(8 + s.right % 8);
+        }
+    }
+    return s;
+}
+
+void buildHeader(const SongHeader& song, const S3mCounts& counts, const ChannelSettings& settings, uint8_t* h) {
+    copyName(h, 28, song.name);
+    h[28] = 0x1A;
+    h[29] = 0x10;  // file type: module
+    wr16le(h + 32, static_cast<uint16_t>(counts.orders));
+    wr16le(h + 34, static_cast<uint16_t>(counts.samples));
+    wr16le(h + 36, static_cast<uint16_t>(counts.patterns));
+    const bool st300 = (song.flags & SH_S3M_ST300_VOLSLIDES) != 0;
+    uint16_t flags = 0;
+    if (st300) flags |= 0x40;
+    if (song.flags & SH_S3M_AMIGA_LIMITS) flags |= 0x10;
+    wr16le(h + 38, flags);
+    wr16le(h + 40, st300 ? TRACKER_ST300 : TRACKER_ST301);
+    wr16le(h + 42, SAMPLES_UNSIGNED);
+    std::memcpy(h + 44, "SCRM", 4);
+    h[48] = song.globalVolume;
+    h[49] = song.initialSpeed;
+    h[50] = song.initialTempo;
+    h[51] = static_cast<uint8_t>(MASTER_VOLUME | (settings.right > 0 ? MASTER_STEREO : 0));
+    h[53] = PAN_TABLE_PRESENT;
+    std::copy(settings.codes.begin(), settings.codes.end(), h + 64);
+}
+
+bool hasName(const std::string& name) { return !name.empty() && name[0] != '\0'; }
+
+// A sample without a name takes the name of the instrument with the same index, if any.
+const std::string& sampleName(const SongHeader& song, unsigned index) {
+    const SampleRecord& smp = song.samples[index];
+    const size_t instruments = std::min<size_t>(song.instrumentCount, song.instruments.size());
+    if (!hasName(smp.name) && index < instruments) return song.instruments[index].name;
+    return smp.name;
+}
+
+void buildSample(const SongHeader& song, unsigned index, uint8_t* h) {
+    const SampleRecord& smp = song.samples[index];
+    h[0] = 1;  // sampled instrument
+    copyName(h + 1, 12, smp.fileName);
+    // 13..15: data pointer, patched when the data is placed.
+    wr32le(h + SMP_LENGTH, smp.length);  // frames, also for 16-bit and stereo samples
+    wr32le(h + SMP_LOOP_START, smp.loopStart);
+    wr32le(h + SMP_LOOP_END, smp.loopEnd);
+    h[28] = smp.volume;
+    uint8_t flags = 0;
+    if (smp.flags & SF_LOOP) flags |= 1;  // ping-pong has no S3M flag
+    if (smp.flags & SF_STEREO) flags |= 2;
+    if (smp.flags & SF_16BIT) flags |= 4;
+    h[31] = flags;
+    wr32le(h + 32, smp.frequency);
+    copyName(h + 48, 28, sampleName(song, index));
+    if (smp.length != 0) std::memcpy(h + 76, "SCRS", 4);
+}
+
+void alignParagraph(OutputBuffer& out) {
+    out.skip((PARAGRAPH - out.outputSize() % PARAGRAPH) % PARAGRAPH);
+}
+
+// The paragraph pointer of the current (aligned) output position, or 0 when it does not fit.
+uint32_t paragraphHere(const OutputBuffer& out, uint32_t limit, S3mLosses& losses) {
+    const uint32_t paragraph = out.outputSize() / PARAGRAPH;
+    if (paragraph <= limit) return paragraph;
+    ++losses.unreachedBlocks;
+    return 0;
+}
+
+// Note byte: octave in the high nibble, semitone in the low; 0xFF no note, 0xFE note cut or off.
+uint8_t noteByte(uint8_t note, S3mLosses& losses) {
+    if (note == 0) return NOTE_NONE;
+    if (note >= 0xFE) return NOTE_OFF;
+    const unsigned octave = (note - 1u) / 12;
+    if (octave > 15) {
+        ++losses.droppedNotes;
+        return NOTE_NONE;
+    }
+    return static_cast<uint8_t>(octave * 16 + (note - 1u) % 12);
+}
+
+// Packs one cell: a flag byte holding the channel number, plus 0x20 for note and instrument,
+// 0x40 for volume and 0x80 for effect and parameter, then those fields. An empty cell writes
+// nothing. Only the effect byte decides 0x80: a parameter without an effect is not written.
+void packCell(OutputBuffer& out, unsigned channel, const EventCell& cell, S3mLosses& losses) {
+    auto flag = static_cast<uint8_t>(channel);
+    const bool noteAndInstrument = cell.note != 0 || cell.instrument != 0;
+    if (noteAndInstrument) flag |= 0x20;
+    if (cell.volume) flag |= 0x40;
+    if (cell.effect) flag |= 0x80;
+    if (flag == channel) return;
+    out.put8(flag);
+    if (noteAndInstrument) {
+        out.put8(noteByte(cell.note, losses));
+        out.put8(cell.instrument);
+    }
+    if (cell.volume) out.put8(static_cast<uint8_t>(cell.volume - 1));  // cells hold volume + 1
+    if (cell.effect) {
+        out.put8(cell.effect);
+        out.put8(cell.parameter);
+    }
+}
+
+// Writes the packed rows of one pattern after its 16-bit length; always 64 rows.
+void writePattern(const SongHeader& song, OutputBuffer& out, unsigned pattern, unsigned channels,
+                  const TranslateContext& tctx, S3mLosses& losses) {
+    const uint32_t start = out.outputSize();
+    out.put16(0);  // length, patched below
+
+    // One cursor per channel keeps the rebuild linear in the track length.
+    std::array<TrackCursor, S3M_MAX_CHANNELS> cursors{};
+    std::array<bool, S3M_MAX_CHANNELS> hasTrack{};
+    const size_t tableSize = song.patternTracks.size();
+    for (unsigned c = 0; c < channels; ++c) {
+        const size_t entry = static_cast<size_t>(pattern) * song.channels + c;
+        if (entry >= tableSize) continue;
+        const uint16_t t = song.patternTracks[entry];
+        if (t >= song.tracks.size()) continue;
+        cursors[c] = TrackCursor(song.tracks[t]);
+        hasTrack[c] = true;
+    }
+
+    for (uint32_t r = 0; r < S3M_ROWS; ++r) {
+        for (unsigned c = 0; c < channels; ++c) {
+            EventCell cell;
+            translateEvent(cell, hasTrack[c] ? cursors[c].at(r) : TrackGroup{}, tctx);
+            packCell(out, c, cell, losses);
+        }
+        out.put8(0);  // end of row
+    }
+    // At most 64 rows x 32 cells x 6 bytes: the length always fits 16 bits.
+    out.patch16(start, static_cast<uint16_t>(out.outputSize() - start - 2));
+}
+
+}  // namespace
+
+void writeS3m(WriteContext& ctx) {
+    SongHeader& song = ctx.song;
+    OutputBuffer& out = ctx.out;
+    const S3mCounts counts = countsOf(song);
+    S3mLosses losses;
+    losses.droppedChannels = song.channels - counts.channels;
+
+    const ChannelSettings settings = channelSettings(song, counts.channels);
+    losses.sharedLeft = settings.left > 8 ? settings.left - 8 : 0;
+    losses.sharedRight = settings.right > 8 ? settings.right - 8 : 0;
+
+    std::array<uint8_t, S3M_HEADER_SIZE> header{};
+    buildHeader(song, counts, settings, header.data());
+    out.appendOutput(header.data(), header.size());
+    out.appendOutput(song.orders.data(), counts.orders);
+
+    const uint32_t tableAt = out.outputSize();
+    out.skip(2 * (static_cast<size_t>(counts.samples) + counts.patterns));
+
+    // The pan table covers all 32 slots whatever the number of channels.
+    std::array<uint8_t, S3M_MAX_CHANNELS> pans{};
+    for (unsigned c = 0; c < S3M_MAX_CHANNELS; ++c) pans[c] = static_cast<uint8_t>((song.channelPan[c] / 17) | PAN_VALID);
+    out.appendOutput(pans.data(), pans.size());
+
+    alignParagraph(out);
+    const uint32_t firstSampleAt = out.outputSize();
+    {
+        std::array<uint8_t, S3M_SAMPLE_SIZE> scratch;
+        for (unsigned i = 0; i < counts.samples; ++i) {
+            out.patch16(tableAt + 2 * i, static_cast<uint16_t>(paragraphHere(out, MAX_POINTER16, losses)));
+            scratch.fill(0);
+            buildSample(song, i, scratch.data());
+            out.appendOutput(scratch.data(), scratch.size());
+        }
+    }
+
+    const TranslateContext tctx{targetOf(song.flags), &ctx.diag};
+    for (unsigned p = 0; p < counts.patterns; ++p) {
+        alignParagraph(out);
+        const uint32_t pointer = paragraphHere(out, MAX_POINTER16, losses);
+        if (pointer == 0) continue;  // unreachable: reads as an empty pattern
+        out.patch16(tableAt + 2 * (counts.samples + p), static_cast<uint16_t>(pointer));
+        writePattern(song, out, p, counts.channels, tctx, losses);
+    }
+
+    for (unsigned i = 0; i < counts.samples; ++i) {
+        SampleRecord& smp = song.samples[i];
+        const uint32_t headerAt = firstSampleAt + static_cast<uint32_t>(S3M_SAMPLE_SIZE) * i;
+        alignParagraph(out);
+        const uint32_t pointer = paragraphHere(out, MAX_POINTER24, losses);
+        if (pointer == 0) {
+            // The header must not promise data that is not there.
+            out.patch32(headerAt + SMP_LENGTH, 0);
+            out.patch32(headerAt + SMP_LOOP_START, 0);
+            out.patch32(headerAt + SMP_LOOP_END, 0);
+            continue;
+        }
+        out.patch8(headerAt + SMP_POINTER_HIGH, static_cast<uint8_t>(pointer >> 16));
+        out.patch16(headerAt + SMP_POINTER_LOW, static_cast<uint16_t>(pointer));
+        out.writeSamplePcm(smp, PCM_UNSIGNED);
+    }
+
+    report(ctx, losses);
+}
 
 }  // namespace deqaz

@@ -1,0 +1,292 @@
+// MTM writer: header, sample headers, track rows, pattern track lists and the comment against
+// hand-worked bytes, the format's limits, and a whole file read back with libxmp.
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/endian.hpp"
+#include "support/module_builder.hpp"
+#include "support/xmp_compare.hpp"
+
+namespace deqaz {
+namespace {
+
+using namespace test;
+using namespace std::string_literals;
+using Bytes = std::vector<uint8_t>;
+
+// Bounds-checked view of a written MTM file, its sections found from the header's counts.
+struct MtmFile {
+    Bytes b;
+    std::string messages;
+
+    void need(size_t o, size_t n) const {
+        if (o + n > b.size()) throw std::out_of_range("read past the written file");
+    }
+    uint8_t u8(size_t o) const { return need(o, 1), b[o]; }
+    uint16_t u16(size_t o) const { return need(o, 2), rd16le(&b[o]); }
+    uint32_t u32(size_t o) const { return need(o, 4), rd32le(&b[o]); }
+    Bytes bytes(size_t o, size_t n) const { return need(o, n), Bytes(b.begin() + o, b.begin() + o + n); }
+    std::string text(size_t o, size_t n) const { return need(o, n), std::string(b.begin() + o, b.begin() + o + n); }
+    size_t sampleAt(size_t i) const { return 66 + 37 * i; }
+    size_t ordersAt() const { return sampleAt(u8(30)); }
+    size_t trackAt(size_t t) const { return ordersAt() + 128 + 192 * (t - 1); }  // stored tracks count from 1
+    size_t listAt(size_t p) const { return trackAt(size_t{u16(24)} + 1) + 64 * p; }
+    uint16_t listEntry(size_t p, size_t slot) const { return u16(listAt(p) + 2 * slot); }
+    size_t commentAt() const { return listAt(size_t{u8(26)} + 1); }
+    size_t dataAt() const { return commentAt() + u16(28); }
+    Bytes row(size_t t, size_t r) const { return bytes(trackAt(t) + 3 * r, 3); }
+};
+
+MtmFile write(SongHeader& song, int silent = 0) {
+    WriteResult r = runWriter(&writeMtm, song, silent);
+    EXPECT_FALSE(r.failed);
+    return {std::move(r.bytes), std::move(r.messages)};
+}
+
+// The empty track 0, one pattern of it over every channel, order 0.
+SongHeader song(unsigned channels) {
+    SongHeader s = makeSong(SH_ORIGIN_MTM, channels);
+    addPattern(s, 64, std::vector<uint16_t>(channels, addTrackBytes(s, {0})));
+    setOrders(s, {0});
+    return s;
+}
+
+TEST(MtmHeader, FieldsOrdersAndTrackLists) {
+    SongHeader s = song(4);
+    s.name = "a name longer than twenty bytes";
+    for (unsigned c = 0; c < 64; ++c) s.channelPan[c] = static_cast<uint8_t>(c * 8 + 1);
+    const uint16_t t1 = addTrackRows(s, {TrackRow{note(30)}});
+    const uint16_t t2 = addTrackRows(s, {TrackRow{}, TrackRow{note(31)}});
+    addPattern(s, 64, {t1, 0, t2, 9});  // 9: no such track, plays the empty one
+    setOrders(s, {1, 0, 1});
+    addSample(s, 0, 10);
+    addSample(s, 0, 20);
+    const MtmFile f = write(s);
+    EXPECT_EQ(f.text(0, 24), "MTM\x10" + s.name.substr(0, 20));
+    EXPECT_EQ(f.bytes(24, 10), (Bytes{2, 0, 1, 2, 0, 0, 2, 0, 0, 4}));  // beats per track stays 0
+    for (unsigned c = 0; c < 32; ++c) EXPECT_EQ(f.u8(34 + c), (c * 8 + 1) / 17) << c;
+    EXPECT_EQ(f.ordersAt(), 66u + 2 * 37);
+    EXPECT_EQ(f.bytes(f.ordersAt(), 128), [] { Bytes o(128, 0); o[0] = o[2] = 1; return o; }());
+    // Four channels: list entries 4 to 31 are zero.
+    for (size_t c = 0; c < 4; ++c) EXPECT_EQ(f.listEntry(1, c), (std::vector<uint16_t>{1, 0, 2, 0}[c]));
+    EXPECT_EQ(f.bytes(f.listAt(1) + 8, 56), Bytes(56, 0));
+    EXPECT_EQ(f.bytes(f.listAt(0), 64), Bytes(64, 0));
+    EXPECT_EQ(f.b.size(), f.listAt(2) + 30);
+    EXPECT_EQ(f.messages, "");
+}
+
+TEST(MtmHeader, Limits) {
+    SongHeader s = makeSong(SH_ORIGIN_MTM, 34);
+    addTrackBytes(s, {0});
+    std::vector<uint16_t> tracks(34, addTrackRows(s, {TrackRow{note(40)}}));
+    tracks[0] = 0;
+    addPattern(s, 64, tracks);
+    std::vector<uint8_t> orders(130, 0);
+    orders[127] = 9;
+    setOrders(s, orders);
+    MtmFile f = write(s);
+    EXPECT_EQ(f.u8(33), 32);
+    EXPECT_EQ(f.u8(27), 127);
+    EXPECT_EQ(f.u8(f.ordersAt() + 127), 9);
+    EXPECT_EQ(f.row(1, 0), (Bytes{(41 - 24) << 2, 0, 0}));  // right after the 128 orders
+    EXPECT_EQ(f.listEntry(0, 0), 0);
+    EXPECT_EQ(f.listEntry(0, 31), 1);
+    EXPECT_EQ(f.messages, "warn: MTM holds 32 channels; 2 more dropped\nwarn: MTM holds 128 orders; 2 more dropped\n");
+    EXPECT_EQ(write(s, 1).messages, "");
+
+    // No order and no pattern: the header counts both from 1, so one of each is described.
+    s = makeSong(SH_ORIGIN_MTM, 2);
+    addTrackBytes(s, {0});
+    f = write(s);
+    EXPECT_EQ(f.bytes(26, 2), (Bytes{0, 0}));
+    EXPECT_EQ(f.b.size(), f.listAt(0) + 64);
+    EXPECT_EQ(f.messages, "warn: MTM needs an order; pattern 0 listed\nwarn: MTM needs a pattern; an empty one written\n");
+
+    // No tracks at all: none stored, and the lists name none.
+    s = makeSong(SH_ORIGIN_MTM, 4);
+    addPattern(s, 64, {0, 1, 2, 3});
+    setOrders(s, {0});
+    f = write(s);
+    EXPECT_EQ(f.u16(24), 0);
+    EXPECT_EQ(f.b, [&] { Bytes b = f.bytes(0, 66 + 128); b.resize(66 + 128 + 64); return b; }());
+    EXPECT_EQ(f.messages, "warn: module has no tracks; MTM patterns written empty\n");
+}
+
+TEST(MtmSample, HeaderFields) {
+    SongHeader s = song(4);
+    SampleRecord& wide = addSample(s, SF_16BIT | SF_LOOP, 1000);
+    wide.name = "a sample name of more than 22";
+    wide.loopStart = 100;
+    wide.loopEnd = 900;
+    wide.frequency = 0x12345680;  // finetune: the first byte's high nibble only
+    wide.volume = 33;
+    SampleRecord& narrow = addSample(s, 0, 7);
+    narrow.loopStart = 1;
+    narrow.loopEnd = 6;
+    narrow.frequency = 0x7F;
+    addSample(s, 0, 3);  // nameless: takes instrument 2's name
+    for (const char* name : {"ins one", "ins two", "ins three"}) addInstrument(s).name = name;
+    const MtmFile f = write(s);
+    EXPECT_EQ(f.text(0 + 66, 22), s.samples[0].name.substr(0, 22));
+    EXPECT_EQ(f.bytes(66 + 22, 15), (Bytes{0xD0, 0x07, 0, 0, 200, 0, 0, 0, 0x08, 0x07, 0, 0, 8, 33, 1}));
+    EXPECT_EQ(f.bytes(f.sampleAt(1) + 22, 15), (Bytes{7, 0, 0, 0, 1, 0, 0, 0, 6, 0, 0, 0, 7, 64, 0}));
+    EXPECT_EQ(f.text(f.sampleAt(1), 8), "ins two\0"s);
+    EXPECT_EQ(f.text(f.sampleAt(2), 10), "ins three\0"s);
+}
+
+TEST(MtmSample, DataUnsignedAndMono) {
+    SongHeader s = song(4);
+    addSample(s, 0, 5, 1);
+    addSample(s, SF_16BIT, 0);
+    addSample(s, SF_16BIT | SF_STEREO, 3, 2);
+    const std::vector<int16_t> a = pcmOf(s.samples[0]), left = pcmOf(s.samples[2], 0), right = pcmOf(s.samples[2], 1);
+    const MtmFile f = write(s);
+    const size_t d = f.dataAt();
+    for (size_t i = 0; i < 5; ++i) EXPECT_EQ(f.u8(d + i), (static_cast<uint16_t>(a[i]) >> 8) ^ 0x80) << i;
+    // A stereo sample keeps its first channel only, so the data matches the header's length.
+    EXPECT_EQ(f.u32(f.sampleAt(2) + 22), 6u);
+    for (size_t i = 0; i < 3; ++i) EXPECT_EQ(f.u16(d + 5 + 2 * i), static_cast<uint16_t>(left[i] + 0x8000)) << i;
+    EXPECT_EQ(f.b.size(), d + 11);
+    EXPECT_EQ(f.messages, "warn: MTM samples are mono; right channel of 1 samples dropped\n");
+    EXPECT_EQ(pcmOf(s.samples[2], 1), right);  // the module keeps it
+}
+
+TEST(MtmTracks, RowBytesAndDroppedValues) {
+    SongHeader s = song(1);
+    const uint16_t t = addTrackRows(s, {
+        TrackRow{note(24), instrument(0)},                 // note 25, instrument 1
+        TrackRow{note(86), instrument(62), cmd(18, 0x7D)},  // note 87, instrument 63, effect F
+        TrackRow{instrument(16), cmd(15, 0x20)},           // instrument 17; set volume is effect C
+        TrackRow{note(40), cmd(17, 0x81)},                 // effect E
+        TrackRow{cmd(3, 0x37)},                            // arpeggio is effect 0
+        TrackRow{note(23), instrument(2)},                 // note 24: below MTM's range
+        TrackRow{note(87), cmd(12, 4)},                    // note 88: above it
+        TrackRow{note(255)},                               // note off
+        TrackRow{note(30), instrument(63)},                // instrument 64
+        TrackRow{cmd(22, 0x40), instrument(0)},            // global volume: effect 16
+    });
+    addPattern(s, 64, {t});
+    MtmFile f = write(s);
+    EXPECT_EQ(f.u16(24), 1);
+    const Bytes expected{0x04, 0x10, 0x00, 0xFF, 0xFF, 0x7D, 0x01, 0x1C, 0x20, 0x44, 0x0E, 0x81, 0x00, 0x00, 0x37,
+                         0x00, 0x30, 0x00, 0x00, 0x09, 0x04, 0x00, 0x00, 0x00, 0x1C, 0x00, 0x00, 0x00, 0x10, 0x00};
+    EXPECT_EQ(f.bytes(f.trackAt(t), 30), expected);
+    EXPECT_EQ(f.bytes(f.trackAt(t) + 30, 192 - 30), Bytes(192 - 30, 0));
+    EXPECT_EQ(f.listEntry(1, 0), t);
+    EXPECT_EQ(f.messages,
+              "warn: MTM holds notes C-2 to D-7; 3 others dropped\n"
+              "warn: MTM holds instruments 1 to 63; 1 others dropped\n"
+              "warn: MTM holds effects 0 to F; 1 others dropped\n");
+    EXPECT_EQ(write(s, 1).messages, "");
+}
+
+// The comment bytes written for a message, and the header's comment length.
+std::pair<std::string, uint16_t> comment(const std::string& message, std::string* messages = nullptr) {
+    SongHeader s = song(1);
+    s.message = message;
+    addSample(s, 0, 1);
+    const MtmFile f = write(s);
+    if (messages) *messages = f.messages;
+    EXPECT_EQ(f.b.size(), f.dataAt() + 1);
+    return {f.text(f.commentAt(), f.u16(28)), f.u16(28)};
+}
+
+TEST(MtmComment, LinesSplitAtCarriageReturns) {
+    const std::string pad38(38, '\0'), line45(45, 'L'), line40(40, 'e');
+    const std::pair<std::string, std::string> cases[] = {
+        {"", ""},
+        {"no carriage return", ""},
+        {"ab\rcd", "ab" + pad38},  // text after the last carriage return is not written
+        {"\r\rx\r", std::string(80, '\0') + "x" + std::string(39, '\0')},
+        {line40 + "\r", line40},
+        {line45 + "\rok\r", line45 + "ok" + pad38},  // a long line is written whole
+        {"a\rb\0c\r"s, "a" + std::string(39, '\0')},  // the message ends at a zero byte
+    };
+    for (const auto& [message, expected] : cases) EXPECT_EQ(comment(message), std::make_pair(expected, uint16_t(expected.size())));
+
+    std::string many, messages;
+    for (int i = 0; i < 1700; ++i) many += "line\r";
+    EXPECT_EQ(comment(many, &messages).second, 1638 * 40);  // the lines that fit 16 bits
+    EXPECT_EQ(messages, "warn: MTM comment holds 65535 bytes; 2480 more dropped\n");
+}
+
+// libxmp 4.5 neither keeps an MTM comment nor reads a sample's 16-bit attribute (it tests the
+// header's), and accepts only 64 as beats per track; those parts are checked byte by byte above.
+TEST(MtmLibxmp, RoundTrip) {
+    SongHeader s = song(4);
+    s.name = "mtm round trip";
+    s.message = "first line\rsecond\r";
+    for (unsigned c = 0; c < 4; ++c) s.channelPan[c] = std::vector<uint8_t>{0, 255, 128, 60}[c];
+    PatternGrid a(64, 4);
+    a.at(0, 0) = {note(24), instrument(0), cmd(15, 40)};
+    a.at(1, 0) = {note(50), instrument(1), cmd(4, 3)};
+    a.at(2, 1) = {note(86), instrument(2), cmd(13, 0x0F)};
+    a.at(3, 1) = {cmd(12, 0x20)};
+    a.at(4, 2) = {note(40), cmd(6, 0x44)};
+    a.at(5, 2) = {cmd(7, 0x23)};
+    a.at(6, 3) = {cmd(18, 0x05)};
+    a.at(7, 3) = {cmd(16, 0x10)};
+    a.at(8, 3) = {cmd(14, 1)};
+    a.at(9, 3) = {cmd(17, 0x84)};  // E8x: libxmp makes it set panning
+    a.at(63, 0) = {note(60), instrument(1), cmd(3, 0x37)};
+    for (unsigned r = 10; r < 40; ++r) a.at(r, 2) = {note(static_cast<uint8_t>(r + 14)), instrument(0)};
+    addPattern(s, a);
+    addPattern(s, 64, {0, 4, 0, 4});  // shares a track of pattern 1
+    setOrders(s, {1, 0, 2, 1});
+    SampleRecord& looped = addSample(s, SF_LOOP, 300, 1);
+    looped.loopStart = 20;
+    looped.loopEnd = 280;
+    looped.volume = 50;
+    looped.name = "looped";
+    addSample(s, 0, 500, 2);
+    std::vector<std::vector<int16_t>> pcm{pcmOf(s.samples[0]), pcmOf(s.samples[1])};
+
+    const MtmFile f = write(s);
+    EXPECT_EQ(f.messages, "");
+    Bytes readable = f.b;
+    readable[32] = 64;
+    XmpModule x;
+    ASSERT_EQ(x.load(readable), 0);
+    const xmp_module& m = x.mod();
+    EXPECT_STREQ(m.name, "mtm round trip");
+    EXPECT_EQ(std::vector<int>({m.chn, m.pat, m.trk, m.len}), std::vector<int>({4, 3, 5, 4}));
+    EXPECT_EQ(Bytes(m.xxo, m.xxo + 4), (Bytes{1, 0, 2, 1}));
+    for (int c = 0; c < 4; ++c) EXPECT_EQ(m.xxc[c].pan, (s.channelPan[c] / 17) << 4) << c;
+
+    // libxmp reads the note field f as f + 37, so stored note n comes back as n + 14.
+    struct Cell {
+        int pattern, row, channel, note, ins, fxt, fxp;
+    };
+    std::vector<Cell> cells = {{1, 0, 0, 38, 1, 0x0C, 40},  {1, 1, 0, 64, 2, 0x01, 3},  {1, 2, 1, 100, 3, 0x0A, 0x0F},
+                               {1, 3, 1, 0, 0, 0x09, 0x20},  {1, 4, 2, 54, 0, 0x03, 0x44}, {1, 5, 2, 0, 0, 0x04, 0x23},
+                               {1, 6, 3, 0, 0, 0x0F, 0x05},  {1, 7, 3, 0, 0, 0x0D, 0x10},  {1, 8, 3, 0, 0, 0x0B, 1},
+                               {1, 9, 3, 0, 0, 0x08, 0x40},  {1, 63, 0, 74, 2, 0x00, 0x37}, {1, 40, 2, 0, 0, 0, 0},
+                               {2, 6, 1, 0, 0, 0x0F, 0x05},  {2, 6, 3, 0, 0, 0x0F, 0x05},  {2, 4, 2, 0, 0, 0, 0},
+                               {0, 0, 0, 0, 0, 0, 0}};
+    for (int r = 10; r < 40; ++r) cells.push_back({1, r, 2, r + 28, 1, 0, 0});
+    for (const Cell& c : cells) {
+        const xmp_event e = x.event(c.pattern, c.row, c.channel);
+        EXPECT_EQ(std::vector<int>({e.note, e.ins, e.vol, e.fxt, e.fxp}), std::vector<int>({c.note, c.ins, 0, c.fxt, c.fxp}))
+            << "pattern " << c.pattern << " row " << c.row << " channel " << c.channel;
+    }
+
+    ASSERT_EQ(m.smp, 2);
+    EXPECT_STREQ(m.xxi[0].name, "looped");
+    EXPECT_EQ(m.xxi[0].sub[0].vol, 50);
+    EXPECT_EQ(std::vector<int>({m.xxs[0].len, m.xxs[0].lps, m.xxs[0].lpe, m.xxs[0].flg & XMP_SAMPLE_LOOP}),
+              std::vector<int>({300, 20, 280, XMP_SAMPLE_LOOP}));
+    EXPECT_EQ(std::vector<int>({m.xxs[1].len, m.xxs[1].flg & XMP_SAMPLE_LOOP}), std::vector<int>({500, 0}));
+    // Written unsigned, read back signed; libxmp rewrites the frames after a loop's end.
+    std::vector<int16_t> got = x.samplePcm(0);
+    got.resize(280);
+    pcm[0].resize(280);
+    EXPECT_EQ(got, pcm[0]);
+    EXPECT_EQ(x.samplePcm(1), pcm[1]);
+}
+
+}  // namespace
+}  // namespace deqaz

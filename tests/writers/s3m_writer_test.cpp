@@ -1,0 +1,316 @@
+// S3M writer: header, channel settings, sample headers, paragraph pointers and packed cells
+// against hand-worked bytes, the format's limits, and a whole file read back with libxmp.
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/endian.hpp"
+#include "support/module_builder.hpp"
+#include "support/xmp_compare.hpp"
+
+namespace deqaz {
+namespace {
+
+using namespace test;
+using Bytes = std::vector<uint8_t>;
+
+// Bounds-checked view of a written S3M file, its blocks found through the parapointers.
+struct S3mFile {
+    Bytes b;
+    std::string messages;
+
+    void need(size_t o, size_t n) const {
+        if (o + n > b.size()) throw std::out_of_range("read past the written file");
+    }
+    uint8_t u8(size_t o) const { return need(o, 1), b[o]; }
+    uint16_t u16(size_t o) const { return need(o, 2), rd16le(&b[o]); }
+    uint32_t u32(size_t o) const { return need(o, 4), rd32le(&b[o]); }
+    Bytes bytes(size_t o, size_t n) const { return need(o, n), Bytes(b.begin() + o, b.begin() + o + n); }
+    std::string text(size_t o, size_t n) const { return need(o, n), std::string(b.begin() + o, b.begin() + o + n); }
+    size_t tableAt() const { return 96 + u16(32); }
+    size_t sampleAt(size_t i) const { return 16 * size_t{u16(tableAt() + 2 * i)}; }
+    size_t patternAt(size_t p) const { return 16 * size_t{u16(tableAt() + 2 * (u16(34) + p))}; }
+    size_t dataAt(size_t i) const { return 16 * ((size_t{u8(sampleAt(i) + 13)} << 16) | u16(sampleAt(i) + 14)); }
+    Bytes packedRows(size_t p) const { return bytes(patternAt(p) + 2, u16(patternAt(p))); }
+};
+
+S3mFile write(SongHeader& song, int silent = 0) {
+    WriteResult r = runWriter(&writeS3m, song, silent);
+    EXPECT_FALSE(r.failed);
+    return {std::move(r.bytes), std::move(r.messages)};
+}
+
+// Channels over the empty track, one pattern, order 0; pans as given (channel c: pans[c]).
+SongHeader song(unsigned channels, const std::vector<uint8_t>& pans = {}) {
+    SongHeader s = makeSong(SH_ORIGIN_S3M, channels);
+    for (size_t c = 0; c < pans.size(); ++c) s.channelPan[c] = pans[c];
+    addPattern(s, 64, std::vector<uint16_t>(channels, addTrackBytes(s, {0})));
+    setOrders(s, {0});
+    return s;
+}
+
+// Packed rows: the given leading bytes, then end-of-row zeros up to 64 rows.
+Bytes rows(Bytes lead, size_t rowsInLead) {
+    lead.insert(lead.end(), 64 - rowsInLead, 0);
+    return lead;
+}
+
+TEST(S3mHeader, FixedFieldsAndFlags) {
+    SongHeader s = song(1);
+    s.name = "a song name longer than twenty-eight bytes";
+    s.globalVolume = 50;
+    s.initialSpeed = 4;
+    s.initialTempo = 150;
+    addPattern(s, 64, {0});
+    setOrders(s, {1, 0, 0xFE});
+    addSample(s, 0, 4);
+    S3mFile f = write(s);
+    EXPECT_EQ(f.text(0, 28), s.name.substr(0, 28));
+    EXPECT_EQ(f.bytes(28, 16), (Bytes{0x1A, 0x10, 0, 0, 3, 0, 1, 0, 2, 0, 0, 0, 0x01, 0x13, 2, 0}));
+    EXPECT_EQ(f.text(44, 4), "SCRM");
+    EXPECT_EQ(f.bytes(48, 16), (Bytes{50, 4, 150, 0x30, 0, 0xFC, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(f.bytes(96, 3), (Bytes{1, 0, 0xFE}));
+    const std::pair<uint32_t, Bytes> flagCases[] = {{SH_S3M_ST300_VOLSLIDES | SH_S3M_AMIGA_LIMITS, {0x50, 0, 0x00, 0x13}},
+                                                    {SH_S3M_ST300_VOLSLIDES, {0x40, 0, 0x00, 0x13}},
+                                                    {SH_S3M_AMIGA_LIMITS, {0x10, 0, 0x01, 0x13}}};
+    for (const auto& [flags, expected] : flagCases) {
+        s.flags = SH_ORIGIN_S3M | flags;
+        EXPECT_EQ(write(s).bytes(38, 4), expected) << flags;
+    }
+}
+
+TEST(S3mHeader, ChannelSettingsMasterVolumeAndPanTable) {
+    SongHeader s = song(4, {0, 255, 128, 200, 255, 34});
+    S3mFile f = write(s);
+    EXPECT_EQ(f.bytes(64, 4), (Bytes{1, 9, 2, 10}));  // centre counts as left
+    EXPECT_EQ(f.bytes(68, 28), Bytes(28, 0xFF));
+    EXPECT_EQ(f.u8(51), 0xB0);
+    // Pan table: all 32 slots, beyond the channel count too, then zeros to the next paragraph.
+    const size_t pans = f.tableAt() + 2;
+    EXPECT_EQ(f.bytes(pans, 7), (Bytes{0x20, 0x2F, 0x27, 0x2B, 0x2F, 0x22, 0x27}));
+    EXPECT_EQ(f.patternAt(0), 144u);
+    EXPECT_EQ(f.bytes(pans + 32, 144 - pans - 32), Bytes(144 - pans - 32, 0));
+
+    s = song(4, {0, 128, 1, 64});
+    f = write(s);
+    EXPECT_EQ(f.bytes(64, 5), (Bytes{1, 2, 3, 4, 0xFF}));
+    EXPECT_EQ(f.u8(51), 0x30);
+}
+
+TEST(S3mHeader, ChannelLimits) {
+    // Eight a side use all sixteen codes: the eighth takes the code the count leaves free.
+    SongHeader s = song(16);
+    for (unsigned c = 0; c < 16; ++c) s.channelPan[c] = c % 2 ? 255 : 0;
+    S3mFile f = write(s);
+    EXPECT_EQ(f.bytes(64, 16), (Bytes{1, 9, 2, 10, 3, 11, 4, 12, 5, 13, 6, 14, 7, 15, 0, 8}));
+    EXPECT_EQ(f.messages, "");
+
+    // From the ninth channel on a side the codes repeat on that side, and that is said.
+    s = song(12, {64, 64, 64, 64, 64, 250, 64, 64, 64, 64, 64, 64});
+    f = write(s);
+    EXPECT_EQ(f.bytes(64, 12), (Bytes{1, 2, 3, 4, 5, 9, 6, 7, 0, 1, 2, 3}));
+    EXPECT_EQ(f.messages, "warn: S3M has 8 channel codes per side; 3 left and 0 right channels share codes\n");
+    EXPECT_EQ(write(s, 1).messages, "");
+
+    // Channels past 32 are dropped from the tables and the patterns.
+    s = makeSong(SH_ORIGIN_S3M, 34);
+    std::vector<uint16_t> tracks(34, addTrackBytes(s, {0}));
+    tracks[31] = tracks[33] = addTrackRows(s, {TrackRow{note(0)}});
+    addPattern(s, 64, tracks);
+    setOrders(s, {0});
+    f = write(s);
+    EXPECT_EQ(f.u8(64 + 31), 0);  // the 32nd left channel
+    EXPECT_EQ(f.packedRows(0), rows({0x20 | 31, 0x00, 0x00, 0}, 1));
+    EXPECT_NE(f.messages.find("warn: S3M holds 32 channels; 2 more dropped\n"), std::string::npos);
+}
+
+TEST(S3mSample, HeaderFieldsAndNames) {
+    SongHeader s = song(1);
+    SampleRecord& a = addSample(s, SF_LOOP | SF_PINGPONG, 300);
+    a.name = "a sample name longer than 28 bytes";
+    a.fileName = "SAMPLE01.WAV+";
+    a.loopStart = 10;
+    a.loopEnd = 290;
+    a.volume = 48;
+    a.frequency = 0x12345;
+    addSample(s, 0, 2);  // nameless: instrument 1 lends its name
+    addSample(s, 0, 2);  // nameless, and no instrument 2
+    addInstrument(s).name = "first";
+    addInstrument(s).name = "second";
+    S3mFile f = write(s);
+    const size_t h = f.sampleAt(0);
+    EXPECT_EQ(h, 144u);
+    EXPECT_EQ(f.bytes(h, 1), Bytes{1});
+    EXPECT_EQ(f.text(h + 1, 12), "SAMPLE01.WAV");
+    EXPECT_EQ(f.bytes(h + 16, 20), (Bytes{44, 1, 0, 0, 10, 0, 0, 0, 34, 1, 0, 0, 48, 0, 0, 1, 0x45, 0x23, 1, 0}));
+    EXPECT_EQ(f.bytes(h + 36, 12), Bytes(12, 0));
+    EXPECT_EQ(f.text(h + 48, 32), s.samples[0].name.substr(0, 28) + "SCRS");
+    EXPECT_EQ(f.sampleAt(1), h + 80);
+    EXPECT_EQ(f.text(f.sampleAt(1) + 48, 7), std::string("second\0", 7));
+    EXPECT_EQ(f.bytes(f.sampleAt(2) + 48, 28), Bytes(28, 0));
+    s.instrumentCount = 0;  // a module without instruments lends no names
+    EXPECT_EQ(write(s).bytes(f.sampleAt(1) + 48, 28), Bytes(28, 0));
+}
+
+TEST(S3mSample, DataAlignedUnsignedAndInFrames) {
+    SongHeader s = song(1);
+    addSample(s, SF_16BIT | SF_STEREO | SF_LOOP, 1000, 3).loopEnd = 1000;
+    addSample(s, SF_16BIT, 0);  // empty
+    addSample(s, 0, 5, 2);
+    const std::vector<int16_t> left = pcmOf(s.samples[0], 0), right = pcmOf(s.samples[0], 1), bytes = pcmOf(s.samples[2]);
+    const S3mFile f = write(s);
+    EXPECT_EQ(f.u32(f.sampleAt(0) + 16), 1000u);
+    EXPECT_EQ(f.u8(f.sampleAt(0) + 31), 7);
+    const size_t d = f.dataAt(0);
+    EXPECT_EQ(d % 16, 0u);
+    for (size_t i = 0; i < 1000; ++i) {
+        ASSERT_EQ(f.u16(d + 2 * i), static_cast<uint16_t>(left[i] + 0x8000)) << i;
+        ASSERT_EQ(f.u16(d + 2000 + 2 * i), static_cast<uint16_t>(right[i] + 0x8000)) << i;
+    }
+    // The empty sample: no "SCRS", and it points at an empty block where the next data starts.
+    EXPECT_EQ(f.bytes(f.sampleAt(1) + 76, 4), Bytes(4, 0));
+    EXPECT_EQ(f.dataAt(1), d + 4000);
+    EXPECT_EQ(f.dataAt(2), d + 4000);
+    for (size_t i = 0; i < 5; ++i) EXPECT_EQ(f.u8(d + 4000 + i), (static_cast<uint16_t>(bytes[i]) >> 8) ^ 0x80) << i;
+    EXPECT_EQ(f.b.size(), d + 4005);
+}
+
+TEST(S3mSample, DataPointerUses24Bits) {
+    SongHeader s = song(1);
+    addSample(s, 0, 1100000);
+    addSample(s, 0, 16);
+    const S3mFile f = write(s);
+    const size_t expected = (f.dataAt(0) + 1100000 + 15) / 16 * 16;
+    EXPECT_EQ(f.u8(f.sampleAt(1) + 13), 1);  // beyond what 16 bits of paragraphs reach
+    EXPECT_EQ(f.dataAt(1), expected);
+    EXPECT_EQ(f.b.size(), expected + 16);
+}
+
+TEST(S3mPatterns, CellPacking) {
+    SongHeader s = makeSong(SH_ORIGIN_S3M, 6);
+    PatternGrid g(11, 6);
+    g.at(0, 5) = {note(0), instrument(2)};      // note 1, instrument 3
+    g.at(1, 5) = {note(12)};                    // note 13: octave 1
+    g.at(2, 5) = {note(255)};                   // note off
+    g.at(3, 5) = {note(253)};                   // reads as a note cut
+    g.at(4, 2) = {instrument(1)};               // instrument only
+    g.at(5, 0) = {cmd(15, 64)};                 // volume only
+    g.at(6, 1) = {cmd(16, 0)};                  // effect C with parameter 0
+    g.at(7, 3) = {note(50), instrument(0), cmd(15, 0), cmd(18, 0x7D)};  // all fields; volume 0, T
+    g.at(7, 4) = {cmd(17, 0xE1)};
+    g.at(8, 0) = {note(191)};                   // note 192: octave 15
+    g.at(9, 0) = {note(192), instrument(0)};    // note 193: no room for octave 16
+    addPattern(s, g);
+    addPattern(s, 20, std::vector<uint16_t>(6, 999));  // no such track: empty cells
+    setOrders(s, {0});
+    const S3mFile f = write(s);
+    EXPECT_EQ(f.packedRows(0), rows({0x25, 0x00, 0x03, 0, 0x25, 0x10, 0x00, 0, 0x25, 0xFE, 0x00, 0,
+                                     0x25, 0xFE, 0x00, 0, 0x22, 0xFF, 0x02, 0, 0x40, 0x40, 0, 0x81, 3, 0x00, 0,
+                                     0xE3, 0x42, 0x01, 0x00, 20, 0x7D, 0x84, 14, 0xE1, 0,
+                                     0x20, 0xFB, 0x00, 0, 0x20, 0xFF, 0x01, 0},
+                                    10));
+    // An empty pattern is 64 end-of-row bytes whatever its row count, on the next paragraph.
+    EXPECT_EQ(f.u16(f.patternAt(1)), 64);
+    EXPECT_EQ(f.packedRows(1), Bytes(64, 0));
+    EXPECT_EQ(f.patternAt(1), (f.patternAt(0) + 2 + f.u16(f.patternAt(0)) + 15) / 16 * 16);
+    EXPECT_EQ(f.messages, "warn: S3M notes end at octave 15; 1 higher notes dropped\n");
+}
+
+TEST(S3mPatterns, PatternsBeyondPointerReachAreLeftEmpty) {
+    // 100 dense 32-channel patterns of 12354 bytes: 16-bit paragraph pointers reach 85 of them.
+    SongHeader s = makeSong(SH_ORIGIN_S3M, 32);
+    const uint16_t busy = addTrackRows(s, std::vector<TrackRow>(64, {note(40), instrument(1), cmd(15, 10), cmd(16, 1)}));
+    for (int p = 0; p < 100; ++p) addPattern(s, 64, std::vector<uint16_t>(32, busy));
+    setOrders(s, {0});
+    addSample(s, 0, 32);
+    const S3mFile f = write(s);
+    EXPECT_EQ(f.patternAt(0), 416u);
+    EXPECT_EQ(f.patternAt(84), 416u + 84 * 12368);
+    EXPECT_EQ(f.u16(f.patternAt(84)), 12352);
+    for (size_t p = 85; p < 100; ++p) EXPECT_EQ(f.patternAt(p), 0u) << p;
+    EXPECT_EQ(f.dataAt(0), 416u + 85 * 12368);
+    EXPECT_NE(f.messages.find("warn: S3M pointers cannot reach 15 blocks; left empty\n"), std::string::npos);
+}
+
+TEST(S3mLibxmp, RoundTrip) {
+    SongHeader s = song(5, {0, 255, 128, 34, 221});
+    s.name = "s3m round trip";
+    s.initialSpeed = 5;
+    s.initialTempo = 140;
+    PatternGrid a(64, 5);
+    a.at(0, 0) = {note(48), instrument(0), cmd(15, 40)};
+    a.at(0, 4) = {note(60), instrument(1), cmd(33, 3)};   // A
+    a.at(1, 0) = {note(50), cmd(34, 0x0F)};                // D
+    a.at(2, 1) = {note(255)};
+    a.at(3, 1) = {note(95), cmd(12, 0x20)};                // O
+    a.at(4, 2) = {note(0), instrument(2), cmd(15, 64), cmd(7, 0x44)};  // H
+    a.at(5, 3) = {cmd(6, 0x10)};                           // G
+    a.at(6, 3) = {cmd(3, 0x37)};                           // J
+    a.at(7, 3) = {cmd(10, 0x23)};                          // R
+    a.at(8, 3) = {cmd(22, 0x30)};                          // V
+    a.at(9, 3) = {cmd(44, 0x90)};                          // T
+    a.at(63, 4) = {cmd(16, 0x20)};                         // C
+    for (unsigned r = 10; r < 40; ++r) a.at(r, 2) = {note(static_cast<uint8_t>(r + 20)), cmd(15, static_cast<uint8_t>(r))};
+    addPattern(s, a);
+    setOrders(s, {1, 0, 1});
+    SampleRecord& looped = addSample(s, SF_LOOP, 300, 1);
+    looped.loopStart = 20;
+    looped.loopEnd = 280;
+    looped.volume = 50;
+    looped.name = "looped";
+    addSample(s, SF_16BIT, 500, 2);
+    addSample(s, SF_16BIT | SF_STEREO, 64, 3);  // libxmp reads the first channel
+    // No empty sample: libxmp refuses a type-1 header without "SCRS", which is how one is written.
+    std::vector<std::vector<int16_t>> pcm;
+    for (const SampleRecord& smp : s.samples) pcm.push_back(pcmOf(smp));
+
+    const S3mFile f = write(s);
+    EXPECT_EQ(f.messages, "");
+    XmpModule x;
+    ASSERT_EQ(x.load(f.b), 0);
+    const xmp_module& m = x.mod();
+    EXPECT_STREQ(m.name, "s3m round trip");
+    EXPECT_EQ(std::vector<int>({m.spd, m.bpm, m.chn, m.pat, m.len}), std::vector<int>({5, 140, 5, 2, 3}));
+    EXPECT_EQ(Bytes(m.xxo, m.xxo + 3), (Bytes{1, 0, 1}));
+    for (int c = 0; c < 5; ++c) EXPECT_EQ(m.xxc[c].pan, (s.channelPan[c] / 17) << 4) << c;
+
+    // Stored notes read back + 13 (note off as key off), volumes as set + 1; libxmp's own effect
+    // numbers for the S3M letters.
+    struct Cell {
+        int row, channel, note, ins, vol, fxt, fxp;
+    };
+    std::vector<Cell> cells = {{0, 0, 61, 1, 41, 0, 0},      {0, 4, 73, 2, 0, 0xA3, 3},  {1, 0, 63, 0, 0, 0x0A, 0x0F},
+                               {2, 1, XMP_KEY_OFF, 0, 0, 0, 0}, {3, 1, 108, 0, 0, 0x09, 0x20}, {4, 2, 13, 3, 65, 0x04, 0x44},
+                               {5, 3, 0, 0, 0, 0x03, 0x10},  {6, 3, 0, 0, 0, 0xB4, 0x37}, {7, 3, 0, 0, 0, 0x07, 0x23},
+                               {8, 3, 0, 0, 0, 0x10, 0x30},  {9, 3, 0, 0, 0, 0xAB, 0x90}, {63, 4, 0, 0, 0, 0x0D, 0x20},
+                               {40, 2, 0, 0, 0, 0, 0}};
+    for (int r = 10; r < 40; ++r) cells.push_back({r, 2, r + 33, 0, r + 1, 0, 0});
+    for (const Cell& c : cells) {
+        const xmp_event e = x.event(1, c.row, c.channel);
+        EXPECT_EQ(std::vector<int>({e.note, e.ins, e.vol, e.fxt, e.fxp}), std::vector<int>({c.note, c.ins, c.vol, c.fxt, c.fxp}))
+            << "row " << c.row << " channel " << c.channel;
+    }
+    EXPECT_EQ(x.event(0, 0, 0).note, 0);
+
+    ASSERT_EQ(m.smp, 3);
+    EXPECT_STREQ(m.xxi[0].name, "looped");
+    EXPECT_EQ(m.xxi[0].sub[0].vol, 50);
+    EXPECT_EQ(std::vector<int>({m.xxs[0].lps, m.xxs[0].lpe, m.xxs[0].flg & XMP_SAMPLE_LOOP}),
+              std::vector<int>({20, 280, XMP_SAMPLE_LOOP}));
+    EXPECT_EQ(m.xxs[1].flg & XMP_SAMPLE_LOOP, 0);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(m.xxs[i].len, static_cast<int>(s.samples[i].length)) << i;
+        EXPECT_EQ((m.xxs[i].flg & XMP_SAMPLE_16BIT) != 0, (s.samples[i].flags & SF_16BIT) != 0) << i;
+        // libxmp rewrites the frames after a loop's end for interpolation: compare up to there.
+        std::vector<int16_t> got = x.samplePcm(i);
+        got.resize(i == 0 ? 280 : got.size());
+        pcm[i].resize(got.size());
+        EXPECT_EQ(got, pcm[i]) << i;  // written unsigned, read back signed
+    }
+}
+
+}  // namespace
+}  // namespace deqaz

@@ -1,7 +1,7 @@
+#include "writers/writers.hpp"
+
 #include <algorithm>
 #include <cstring>
-
-#include "writers/writers.hpp"
 
 namespace deqaz {
 
@@ -29,6 +29,20 @@ void copyName(uint8_t* field, size_t width, const std::string& name) {
     // terminator.
     const size_t length = std::min(width, ::strnlen(name.c_str(), name.size()));
     std::memcpy(field, name.data(), length);
+}
+
+TrackCursor patternCursor(const SongHeader& song, unsigned pattern, unsigned channel) {
+    const size_t entry = static_cast<size_t>(pattern) * song.channels + channel;
+    if (channel >= song.channels || entry >= song.patternTracks.size()) return {};
+    const uint16_t t = song.patternTracks[entry];
+    return t < song.tracks.size() ? TrackCursor(song.tracks[t]) : TrackCursor{};
+}
+
+const std::string& sampleNameOrInstrument(const SongHeader& song, unsigned index) {
+    const SampleRecord& smp = song.samples[index];
+    const size_t instruments = std::min<size_t>(song.instrumentCount, song.instruments.size());
+    if (smp.name.empty() && index < instruments) return song.instruments[index].name;
+    return smp.name;
 }
 
 }  // namespace deqaz

@@ -284,22 +284,13 @@ void writePattern(const SongHeader& song, OutputBuffer& out, unsigned pattern, u
 
     // One cursor per channel keeps the rebuild linear in the track length.
     std::array<TrackCursor, IT_MAX_CHANNELS> cursors{};
-    std::array<bool, IT_MAX_CHANNELS> hasTrack{};
-    const size_t tableSize = song.patternTracks.size();
-    for (unsigned c = 0; c < channels; ++c) {
-        const size_t entry = static_cast<size_t>(pattern) * song.channels + c;
-        if (entry >= tableSize) continue;
-        const uint16_t t = song.patternTracks[entry];
-        if (t >= song.tracks.size()) continue;
-        cursors[c] = TrackCursor(song.tracks[t]);
-        hasTrack[c] = true;
-    }
+    for (unsigned c = 0; c < channels; ++c) cursors[c] = patternCursor(song, pattern, c);
 
     std::array<ChannelMemory, IT_MAX_CHANNELS> memory{};
     for (uint32_t r = 0; r < rows; ++r) {
         for (unsigned c = 0; c < channels; ++c) {
             EventCell cell;
-            translateEvent(cell, hasTrack[c] ? cursors[c].at(r) : TrackGroup{}, tctx);
+            translateEvent(cell, cursors[c].at(r), tctx);
             packCell(out, c, cell, memory[c]);
         }
         out.put8(0);

@@ -113,8 +113,7 @@ void putSignature(unsigned samples, unsigned channels, uint8_t* p) {
 
 void buildSlot(const SongHeader& song, unsigned index, uint8_t* p) {
     const SampleRecord& smp = song.samples[index];
-    const bool hasInstrument = index < std::min<size_t>(song.instrumentCount, song.instruments.size());
-    copyName(p, 22, smp.name.empty() && hasInstrument ? song.instruments[index].name : smp.name);
+    copyName(p, 22, sampleNameOrInstrument(song, index));
     const ModSampleSpan span = spanOf(smp);
     const uint32_t loopLength = span.loopEnd > span.loopStart ? span.loopEnd - span.loopStart : 0;
     wr16be(p + 22, static_cast<uint16_t>(span.frames / 2));
@@ -147,25 +146,18 @@ unsigned writePatterns(const WriteContext& ctx, const ModCounts& counts, const T
     const SongHeader& song = ctx.song;
     OutputBuffer& out = ctx.out;
     const unsigned channels = counts.channels;
-    const size_t tableSize = song.patternTracks.size();
     std::array<TrackCursor, MOD_MAX_CHANNELS> cursors{};
-    std::array<bool, MOD_MAX_CHANNELS> hasTrack{};
     std::array<uint8_t, MOD_MAX_CHANNELS * MOD_CELL_SIZE> row{};
     unsigned droppedEffects = 0;
 
     for (unsigned p = 0; p < counts.patterns; ++p) {
         // One cursor per channel keeps the rebuild linear in the track length.
-        for (unsigned c = 0; c < channels; ++c) {
-            const size_t entry = static_cast<size_t>(p) * song.channels + c;
-            const uint16_t t = entry < tableSize ? song.patternTracks[entry] : 0xFFFF;
-            hasTrack[c] = t < song.tracks.size();
-            if (hasTrack[c]) cursors[c] = TrackCursor(song.tracks[t]);
-        }
+        for (unsigned c = 0; c < channels; ++c) cursors[c] = patternCursor(song, p, c);
         // MOD patterns are always 64 rows, whatever the pattern's own row count.
         for (uint32_t r = 0; r < MOD_ROWS; ++r) {
             for (unsigned c = 0; c < channels; ++c) {
                 EventCell cell;
-                translateEvent(cell, hasTrack[c] ? cursors[c].at(r) : TrackGroup{}, tctx);
+                translateEvent(cell, cursors[c].at(r), tctx);
                 if (cell.effect > 0x0F) {
                     cell.effect = 0;
                     cell.parameter = 0;

@@ -134,20 +134,10 @@ void buildHeader(const SongHeader& song, const MtmCounts& counts, uint8_t* h) {
     for (unsigned c = 0; c < MTM_MAX_CHANNELS; ++c) h[34 + c] = static_cast<uint8_t>(song.channelPan[c] / 17);
 }
 
-bool hasName(const std::string& name) { return !name.empty() && name[0] != '\0'; }
-
-// A sample without a name takes the name of the instrument with the same index, if any.
-const std::string& sampleName(const SongHeader& song, unsigned index) {
-    const SampleRecord& smp = song.samples[index];
-    const size_t instruments = std::min<size_t>(song.instrumentCount, song.instruments.size());
-    if (!hasName(smp.name) && index < instruments) return song.instruments[index].name;
-    return smp.name;
-}
-
 void buildSample(const SongHeader& song, unsigned index, uint8_t* h) {
     const SampleRecord& smp = song.samples[index];
     const unsigned shift = (smp.flags & SF_16BIT) ? 1 : 0;  // lengths are in bytes
-    copyName(h, 22, sampleName(song, index));
+    copyName(h, 22, sampleNameOrInstrument(song, index));
     wr32le(h + 22, smp.length << shift);
     wr32le(h + 26, smp.loopStart << shift);
     wr32le(h + 30, smp.loopEnd << shift);

@@ -149,16 +149,6 @@ void buildHeader(const SongHeader& song, const S3mCounts& counts, const ChannelS
     std::copy(settings.codes.begin(), settings.codes.end(), h + 64);
 }
 
-bool hasName(const std::string& name) { return !name.empty() && name[0] != '\0'; }
-
-// A sample without a name takes the name of the instrument with the same index, if any.
-const std::string& sampleName(const SongHeader& song, unsigned index) {
-    const SampleRecord& smp = song.samples[index];
-    const size_t instruments = std::min<size_t>(song.instrumentCount, song.instruments.size());
-    if (!hasName(smp.name) && index < instruments) return song.instruments[index].name;
-    return smp.name;
-}
-
 void buildSample(const SongHeader& song, unsigned index, uint8_t* h) {
     const SampleRecord& smp = song.samples[index];
     h[0] = 1;  // sampled instrument
@@ -174,7 +164,7 @@ void buildSample(const SongHeader& song, unsigned index, uint8_t* h) {
     if (smp.flags & SF_16BIT) flags |= 4;
     h[31] = flags;
     wr32le(h + 32, smp.frequency);
-    copyName(h + 48, 28, sampleName(song, index));
+    copyName(h + 48, 28, sampleNameOrInstrument(song, index));
     if (smp.length != 0) std::memcpy(h + 76, "SCRS", 4);
 }
 
@@ -232,21 +222,12 @@ void writePattern(const SongHeader& song, OutputBuffer& out, unsigned pattern, u
 
     // One cursor per channel keeps the rebuild linear in the track length.
     std::array<TrackCursor, S3M_MAX_CHANNELS> cursors{};
-    std::array<bool, S3M_MAX_CHANNELS> hasTrack{};
-    const size_t tableSize = song.patternTracks.size();
-    for (unsigned c = 0; c < channels; ++c) {
-        const size_t entry = static_cast<size_t>(pattern) * song.channels + c;
-        if (entry >= tableSize) continue;
-        const uint16_t t = song.patternTracks[entry];
-        if (t >= song.tracks.size()) continue;
-        cursors[c] = TrackCursor(song.tracks[t]);
-        hasTrack[c] = true;
-    }
+    for (unsigned c = 0; c < channels; ++c) cursors[c] = patternCursor(song, pattern, c);
 
     for (uint32_t r = 0; r < S3M_ROWS; ++r) {
         for (unsigned c = 0; c < channels; ++c) {
             EventCell cell;
-            translateEvent(cell, hasTrack[c] ? cursors[c].at(r) : TrackGroup{}, tctx);
+            translateEvent(cell, cursors[c].at(r), tctx);
             packCell(out, c, cell, losses);
         }
         out.put8(0);  // end of row

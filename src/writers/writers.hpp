@@ -4,6 +4,7 @@
 // by the buffer itself).
 #include "common/diagnostics.hpp"
 #include "container/module.hpp"
+#include "container/track.hpp"
 #include "writers/output_buffer.hpp"
 
 namespace deqaz {
@@ -32,6 +33,15 @@ WriterFn writerFor(uint32_t songFlags);
 // MIDI configuration block (4896 bytes) and the extension blocks (FX00..FX19, CHFX).
 void writeMidiConfig(const SongHeader& song, OutputBuffer& out);
 void writeExtensionBlocks(const SongHeader& song, OutputBuffer& out);
+
+// A cursor over the track that plays `channel` of `pattern`: one per channel keeps a pattern
+// rebuild linear in the track length. An empty cursor (every row empty) when the pattern table
+// or the track list does not hold it.
+TrackCursor patternCursor(const SongHeader& song, unsigned pattern, unsigned channel);
+
+// A sample's name, or, when it has none, the name of the instrument with the same index (the MOD,
+// MTM and S3M writers' rule).
+const std::string& sampleNameOrInstrument(const SongHeader& song, unsigned index);
 
 // Bounded name copy: at most `width` bytes, zero-padded, unterminated when full.
 void copyName(uint8_t* field, size_t width, const std::string& name);

@@ -125,22 +125,13 @@ void writePattern(const WriteContext& ctx, unsigned pattern, unsigned channels,
 
     // One cursor per channel keeps the rebuild linear in the track length. A table entry that
     // names no track reads as an empty channel.
-    std::array<bool, MAX_CHANNELS> hasTrack{};
-    const size_t tableSize = song.patternTracks.size();
-    for (unsigned c = 0; c < channels; ++c) {
-        const size_t entry = static_cast<size_t>(pattern) * song.channels + c;
-        if (entry >= tableSize) continue;
-        const uint16_t t = song.patternTracks[entry];
-        if (t >= song.tracks.size()) continue;
-        cursors[c] = TrackCursor(song.tracks[t]);
-        hasTrack[c] = true;
-    }
+    for (unsigned c = 0; c < channels; ++c) cursors[c] = patternCursor(song, pattern, c);
 
     bool anything = false;
     for (uint32_t r = 0; r < rows; ++r) {
         for (unsigned c = 0; c < channels; ++c) {
             EventCell cell;
-            translateEvent(cell, hasTrack[c] ? cursors[c].at(r) : TrackGroup{}, tctx);
+            translateEvent(cell, cursors[c].at(r), tctx);
             anything |= packCell(out, cell);
         }
     }

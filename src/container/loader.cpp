@@ -11,6 +11,18 @@ namespace deqaz {
 namespace {
 
 constexpr const char* NOT_QAZ = "This is not a QAZ file!";
+
+// Resource bounds. A small file must not make the converter allocate or write gigabytes, yet no
+// sound file may be refused. The packed body codes long runs in a few bits, so its size says
+// little about the body's; a body up to 64 MiB is always accepted (far beyond the tracks and
+// tables of any real module), and beyond that only 4096 bytes per packed byte.
+constexpr uint64_t BODY_FLOOR = 64ull << 20;
+constexpr uint64_t BODY_PER_PACKED_BYTE = 4096;
+// Decoded PCM: raw data is at most twice its stored size and lossless coding needs at least three
+// bits a value, so a sound file's PCM stays within a small multiple of the file; lossy streams
+// compress further. Allowed: 128 MiB, plus 64 times the file.
+constexpr uint64_t PCM_FLOOR = 128ull << 20;
+constexpr uint64_t PCM_PER_INPUT_BYTE = 64;
 constexpr const char* BROKEN = "Something is wrong with this file!";
 constexpr const char* NO_MEMORY = "Insufficient memory";
 
@@ -189,6 +201,9 @@ std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag) {
 
     // A body of 0 bytes cannot even hold the song name's terminator.
     if (header.unpackedSize == 0) return fail(BROKEN);
+    const uint64_t packedAvail64 = file.inputSize - header.headerLength;
+    if (header.unpackedSize > BODY_FLOOR && header.unpackedSize > packedAvail64 * BODY_PER_PACKED_BYTE)
+        return fail(BROKEN);
     HeapArray<uint8_t> body;
     // Cleared first, so a body that the packed data does not fill reads as zeros.
     if (!body.allocZeroed(header.unpackedSize)) return fail(BROKEN);
@@ -209,6 +224,12 @@ std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag) {
     }
     body.reset();
     if (!recordsOk) return fail(song->hasOrders ? NO_MEMORY : BROKEN);
+
+    // The PCM every sample would decode to, checked before any of it is allocated.
+    uint64_t pcmBytes = 0;
+    for (const SampleRecord& smp : song->samples)
+        pcmBytes += static_cast<uint64_t>(smp.length) * 2 * ((smp.flags & SF_STEREO) ? 2 : 1);
+    if (pcmBytes > PCM_FLOOR + PCM_PER_INPUT_BYTE * file.inputSize) return fail(BROKEN);
 
     in = file;
     in.inputPos = static_cast<uint32_t>(dataStart);

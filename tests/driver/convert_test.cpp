@@ -99,11 +99,12 @@ protected:
 
     std::vector<uint8_t> convert(const std::vector<uint8_t>& qaz, std::string& messages) {
         fs::path in = dir_ / "song.qaz";
+        fs::path out = dir_ / (std::string("song.") + GetParam().extension);
+        fs::remove(out);  // each conversion writes a fresh file, with no overwrite prompt
         std::ofstream(in, std::ios::binary).write(reinterpret_cast<const char*>(qaz.data()), static_cast<long>(qaz.size()));
         ProcessResult r = runProcess({DEQAZ_BINARY, in.string()});
         EXPECT_EQ(r.exitCode, 0) << r.err;
         messages = r.err;
-        fs::path out = dir_ / (std::string("song.") + GetParam().extension);
         std::ifstream file(out, std::ios::binary);
         EXPECT_TRUE(file.good()) << out;
         return {std::istreambuf_iterator<char>(file), {}};
@@ -127,8 +128,13 @@ TEST_P(Convert, WrittenModuleHoldsTheSourceModule) {
         std::vector<uint8_t> written = convert(writeQaz(source, options), messages);
         // The conversion writes exactly what the writer makes of the source module.
         EXPECT_TRUE(written == expected) << "output differs from the module written directly";
-        EXPECT_NE(messages.find("name: convert me\n"), std::string::npos);
-        EXPECT_NE(messages.find(std::string("original format: 4ch ") + f.extension + "\n"), std::string::npos);
+        // After the banner, exactly these lines, in this order.
+        const std::string qazSize = std::to_string(writeQaz(source, options).size());
+        const std::string tail = std::string("loading...\nname: convert me\noriginal format: 4ch ") + f.extension +
+                                 "\ndone: " + qazSize + " -> " + std::to_string(expected.size()) + "\n";
+        ASSERT_GE(messages.size(), tail.size());
+        EXPECT_EQ(messages.substr(messages.size() - tail.size()), tail);
+        EXPECT_EQ(messages.rfind("DEQAZ 2.4 - QAZ to IT/XM/S3M/MOD/MTM decoder\n", 0), 0u);
 
         // libxmp loads only MTM files that give 64 beats per track; the header carries 0.
         if (f.flags == SH_ORIGIN_MTM) written[32] = 64;

@@ -92,4 +92,31 @@ std::string ByteReader::text(size_t width) {
     return s;
 }
 
+void ReadWarnings::add(const std::string& text, unsigned times) {
+    auto it = index_.find(text);
+    if (it == index_.end()) {
+        index_.emplace(text, items_.size());
+        items_.emplace_back(text, times);
+    } else {
+        items_[it->second].second += times;
+    }
+}
+
+void ReadWarnings::moveTo(ReadResult& result) {
+    for (auto& [text, times] : items_)
+        result.warnings.push_back(times > 1 ? text + " (" + std::to_string(times) + " times)" : std::move(text));
+    items_.clear();
+    index_.clear();
+}
+
+bool fitLoops(SampleRecord& s) {
+    if (s.length == 0) return false;
+    const bool cut = s.loopEnd > s.length || s.sustainEnd > s.length;
+    if (s.loopEnd > s.length) s.loopEnd = s.length;
+    if (s.loopStart >= s.loopEnd) s.flags &= static_cast<uint16_t>(~(SF_LOOP | SF_PINGPONG));
+    if (s.sustainEnd > s.length) s.sustainEnd = s.length;
+    if (s.sustainStart >= s.sustainEnd) s.flags &= static_cast<uint16_t>(~(SF_SUSTAIN | SF_SUSTAIN_PINGPONG));
+    return cut;
+}
+
 }  // namespace deqaz

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "container/module.hpp"
@@ -82,5 +83,49 @@ private:
     size_t pos_ = 0;
     bool overrun_ = false;
 };
+
+// A reader's warnings: each distinct text is kept once, in the order first met, with the number
+// of times it was met ("text (N times)" when more than once), so a construct repeated in every
+// cell of a song gives one line.
+class ReadWarnings {
+public:
+    void add(const std::string& text, unsigned times = 1);
+    void moveTo(ReadResult& result);
+
+private:
+    std::vector<std::pair<std::string, unsigned>> items_;
+    std::map<std::string, size_t> index_;
+};
+
+// Makes a sample's loop fit its data the way loading a container does: a loop end past the
+// sample's length is cut to it, and a loop that is then empty is switched off (likewise the
+// sustain loop). A sample of length 0 is left alone. True when a loop end was cut.
+bool fitLoops(SampleRecord& sample);
+
+// Shared by the IT and S3M readers, whose effect letters are the same (A = 1 ... Z = 26).
+// Appends to `row` the track commands that the IT/S3M effect translation turns back into this
+// letter and parameter in the effect column (K and L become vibrato or tone portamento followed
+// by a volume slide, which the translation merges). False for a letter outside A..Z.
+bool appendItEffect(TrackRow& row, uint8_t letter, uint8_t parameter);
+// Appends the command for an IT volume-column byte; false for a byte no command can hold (255).
+bool appendItVolume(TrackRow& row, uint8_t volume);
+
+// How a sample's raw data is laid out: points of 8 or 16 bits, signed or unsigned, 16-bit ones
+// little- or big-endian, optionally stored as deltas; a stereo sample holds its left channel
+// whole, then its right one.
+struct RawPcmLayout {
+    bool sixteenBit = false;
+    bool stereo = false;
+    bool isSigned = true;
+    bool bigEndian = false;
+    bool delta = false;
+};
+
+// Reads `smp.length` frames of raw data at `offset` into smp.pcm (16-bit, 8-bit points as
+// value * 256). A file that ends early shortens the sample to the frames of its first channel
+// that are present (a missing right channel reads as silence) and sets `truncated`. False only
+// when a buffer cannot be allocated.
+bool readRawSample(const uint8_t* data, size_t size, size_t offset, const RawPcmLayout& layout, SampleRecord& smp,
+                   bool& truncated);
 
 }  // namespace deqaz

@@ -1,0 +1,321 @@
+// MOD reader: Amiga ProTracker-family modules into the module model.
+//
+// File layout: 20-byte song name; 31 sample slots of 30 bytes (name, then big-endian words:
+// length in words, finetune nibble, volume, loop start and loop length in words); song length,
+// restart byte, 128-entry order table; a four-character signature at 1080 that names the
+// channel count; the patterns, 64 rows of 4-byte cells per channel; the signed 8-bit sample data.
+// The older 15-sample layout (Soundtracker) has no signature: 15 slots, the order table at 472
+// and the patterns at 600.
+//
+// A cell holds the instrument split over two nibbles, a 12-bit Amiga period and an effect
+// nibble with its parameter. Periods become notes: the writer turns note n back into the period
+// floor(6848 * 2^((1 - n) / 12) + 0.5), so each period is read as the note whose period is
+// nearest; periods from the ProTracker table that the formula misses by one come back off by one.
+//
+// The signatures read: M.K., M!K!, M&K!, N.T., FEST, FLT4 (4 channels), FLT8 (8 channels stored
+// as pairs of 4-channel patterns), CD61, CD81, OKTA, OCTA, xCHN, xxCH, xxCN, TDZx and Digital
+// Tracker's FA04/FA06/FA08 (whose patterns start 4 bytes later). A "M.K." file whose size fits
+// 8 channels exactly and 4 channels not at all is Mod's Grave's 8-channel layout.
+//
+// What does not survive a round trip (each is reported as a warning): the signature (the writer
+// chooses it from the channel count, "N.T." for a 15-sample module), finetune bits above the
+// low nibble, a restart byte of 0 (written as 127), orders past the song length and the
+// patterns only they name, periods off the formula, sample data past the end of the file.
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+
+#include "common/endian.hpp"
+#include "readers/module_reader.hpp"
+
+namespace deqaz {
+
+namespace {
+
+constexpr size_t MOD_SLOT = 30;
+constexpr unsigned MOD_ROWS = 64;
+constexpr unsigned MOD_ORDERS = 128;
+constexpr size_t SIGNATURE_AT = 1080;
+constexpr unsigned HIGHEST_NOTE = 120;  // B-9; smaller periods all read as it
+
+struct Layout {
+    unsigned samples = 31;
+    unsigned channels = 4;
+    size_t headerSize = 1084;  // where the patterns start
+    bool flt8 = false;
+    bool hmn = false;
+    bool modsGrave = false;  // "M.K." that may hold 8 channels
+    bool noteTracker = false;  // "N.T.": 15 samples when the last 16 slots are empty
+};
+
+bool digit(uint8_t c) { return c >= '0' && c <= '9'; }
+
+// The layout a signature stands for, or false for none known.
+bool signatureLayout(const uint8_t* s, Layout& l) {
+    auto is = [&](const char* text) { return std::memcmp(s, text, 4) == 0; };
+    if (is("M.K.") || is("M!K!")) {
+        l.modsGrave = is("M.K.");
+        return true;
+    }
+    if (is("M&K!") || is("FEST")) {
+        l.hmn = true;
+        return true;
+    }
+    if (is("N.T.")) {
+        l.noteTracker = true;
+        return true;
+    }
+    if (is("FLT4")) return true;
+    if (is("FLT8")) {
+        l.channels = 8;
+        l.flt8 = true;
+        return true;
+    }
+    if (is("CD81") || is("OKTA") || is("OCTA")) {
+        l.channels = 8;
+        return true;
+    }
+    if (is("CD61")) {
+        l.channels = 6;
+        return true;
+    }
+    if (s[0] == 'F' && s[1] == 'A' && s[2] == '0' && (s[3] == '4' || s[3] == '6' || s[3] == '8')) {
+        l.channels = static_cast<unsigned>(s[3] - '0');
+        l.headerSize = 1088;
+        return true;
+    }
+    if (s[0] >= '1' && s[0] <= '9' && std::memcmp(s + 1, "CHN", 3) == 0) {
+        l.channels = static_cast<unsigned>(s[0] - '0');
+        return true;
+    }
+    if (std::memcmp(s, "TDZ", 3) == 0 && s[3] >= '1' && s[3] <= '9') {
+        l.channels = static_cast<unsigned>(s[3] - '0');
+        return true;
+    }
+    if (digit(s[0]) && digit(s[1]) && s[2] == 'C' && (s[3] == 'H' || s[3] == 'N')) {
+        l.channels = static_cast<unsigned>((s[0] - '0') * 10 + (s[1] - '0'));
+        return l.channels > 0;
+    }
+    return false;
+}
+
+struct Slot {
+    std::string name;
+    uint32_t lengthWords = 0;
+    uint8_t finetune = 0;
+    uint8_t volume = 0;
+    uint32_t loopStartWords = 0;
+    uint32_t loopLengthWords = 0;
+};
+
+Slot readSlot(ByteReader& in) {
+    Slot s;
+    s.name = in.text(22);
+    s.lengthWords = in.u16be();
+    s.finetune = in.u8();
+    s.volume = in.u8();
+    s.loopStartWords = in.u16be();
+    s.loopLengthWords = in.u16be();
+    return s;
+}
+
+// A headerless file is taken for a 15-sample Soundtracker module only when every field looks
+// like one: a song length of 1 to 128, orders below 128, volumes up to 64, finetunes of 0 to 15,
+// sample lengths of at most 64 KiB, room for the patterns, and cells with plausible periods
+// and instrument numbers.
+bool plausibleSoundtracker(const uint8_t* data, size_t size, const std::array<Slot, 31>& slots) {
+    if (size < 600 + MOD_ROWS * 4 * 4) return false;
+    const uint8_t length = data[470];
+    if (length == 0 || length > MOD_ORDERS) return false;
+    unsigned maxPattern = 0;
+    for (unsigned i = 0; i < MOD_ORDERS; ++i) {
+        if (data[472 + i] >= MOD_ORDERS) return false;
+        if (i < length) maxPattern = std::max<unsigned>(maxPattern, data[472 + i]);
+    }
+    for (unsigned i = 0; i < 15; ++i) {
+        const Slot& s = slots[i];
+        if (s.volume > 64 || s.finetune > 15 || s.lengthWords > 32768) return false;
+    }
+    const size_t patternBytes = (size_t{maxPattern} + 1) * MOD_ROWS * 4 * 4;
+    if (600 + patternBytes > size) return false;
+    size_t odd = 0;
+    for (size_t at = 600; at < 600 + patternBytes; at += 4) {
+        const unsigned period = ((data[at] & 0x0F) << 8) | data[at + 1];
+        const unsigned instrument = (data[at] & 0xF0) | (data[at + 2] >> 4);
+        if ((period && (period < 28 || period > 1712)) || instrument > 15) ++odd;
+    }
+    return odd * 100 <= patternBytes / 4;  // allow a stray cell in a hundred
+}
+
+// Nearest note for each 12-bit period, built once.
+const std::array<uint8_t, 4096>& periodNotes() {
+    static const std::array<uint8_t, 4096> table = [] {
+        std::array<uint32_t, HIGHEST_NOTE + 1> period{};
+        for (unsigned n = 1; n <= HIGHEST_NOTE; ++n)
+            period[n] = static_cast<uint32_t>(6848.0 * std::pow(2.0, (1 - static_cast<int>(n)) * 0.08333333333333333) + 0.5);
+        std::array<uint8_t, 4096> t{};
+        unsigned n = 1;  // periods fall as notes rise: walk both together
+        for (unsigned p = 4095; p >= 1; --p) {
+            while (n < HIGHEST_NOTE && period[n + 1] >= p) ++n;
+            // p lies between period[n + 1] (below) and period[n] (at or above), or past an end.
+            unsigned best = n;
+            if (n < HIGHEST_NOTE && p - period[n + 1] < (period[n] > p ? period[n] - p : p - period[n])) best = n + 1;
+            t[p] = static_cast<uint8_t>(best);
+        }
+        return t;
+    }();
+    return table;
+}
+
+uint8_t noteOfPeriod(unsigned period) { return periodNotes()[period & 0x0FFF]; }
+
+ReadResult fail(const char* why) {
+    ReadResult r;
+    r.error = why;
+    return r;
+}
+
+}  // namespace
+
+ReadResult readMod(const uint8_t* data, size_t size) {
+    ReadWarnings warnings;
+    Layout layout;
+    ByteReader in(data, size);
+    std::array<Slot, 31> slots;
+
+    const bool signed31 = size >= 1084 && signatureLayout(data + SIGNATURE_AT, layout);
+    if (!signed31) {
+        if (size >= 1468 && (std::memcmp(data + 1464, "MTN", 4) == 0 || std::memcmp(data + 1464, "IT10", 4) == 0))
+            return fail("ICE Tracker modules are not supported");
+        in.seek(20);
+        for (unsigned i = 0; i < 15; ++i) slots[i] = readSlot(in);
+        if (!plausibleSoundtracker(data, size, slots)) return fail("not a MOD file: no known signature and not a 15-sample module");
+        layout.samples = 15;
+        layout.headerSize = 600;
+    } else {
+        in.seek(20);
+        for (unsigned i = 0; i < 31; ++i) slots[i] = readSlot(in);
+        if (layout.noteTracker &&
+            std::all_of(slots.begin() + 15, slots.end(), [](const Slot& s) { return s.lengthWords == 0; }))
+            layout.samples = 15;
+    }
+    const size_t tableAt = layout.samples == 15 && !signed31 ? 470 : 950;
+    unsigned songLength = data[tableAt];
+    const uint8_t restart = data[tableAt + 1];
+    std::array<uint8_t, MOD_ORDERS> orders;
+    std::memcpy(orders.data(), data + tableAt + 2, MOD_ORDERS);
+    if (songLength == 0) return fail("MOD file has an empty order list");
+    if (songLength > MOD_ORDERS) {
+        warnings.add("MOD: song length above 128 cut to 128");
+        songLength = MOD_ORDERS;
+    }
+    if (layout.flt8)
+        for (uint8_t& o : orders) o = static_cast<uint8_t>(o / 2);
+
+    // Patterns stored: PT counts them over the whole order table, some trackers over the song
+    // only; the count whose layout matches the file size wins, else the larger one that fits.
+    unsigned maxAll = 0;
+    unsigned maxUsed = 0;
+    for (unsigned i = 0; i < MOD_ORDERS; ++i) {
+        maxAll = std::max<unsigned>(maxAll, orders[i]);
+        if (i < songLength) maxUsed = std::max<unsigned>(maxUsed, orders[i]);
+    }
+    uint64_t sampleBytes = 0;
+    for (unsigned i = 0; i < layout.samples; ++i) sampleBytes += uint64_t{slots[i].lengthWords} * 2;
+    auto fileSizeFor = [&](unsigned patterns, unsigned channels) {
+        return layout.headerSize + uint64_t{patterns} * MOD_ROWS * channels * 4 + sampleBytes;
+    };
+    if (layout.modsGrave && fileSizeFor(maxAll + 1, 4) != size && fileSizeFor(maxUsed + 1, 4) != size &&
+        (fileSizeFor(maxAll + 1, 8) == size || fileSizeFor(maxUsed + 1, 8) == size)) {
+        layout.channels = 8;
+        warnings.add("MOD: \"M.K.\" file with 8 channels (Mod's Grave); written as CD81");
+    }
+    const unsigned channels = layout.channels;
+    const size_t patternSize = size_t{MOD_ROWS} * channels * 4;  // FLT8: two 4-channel halves
+    unsigned stored = maxAll + 1;
+    if (fileSizeFor(maxAll + 1, channels) != size &&
+        (fileSizeFor(maxUsed + 1, channels) == size || layout.headerSize + uint64_t{stored} * patternSize > size))
+        stored = maxUsed + 1;
+    const unsigned patterns = maxUsed + 1;
+    if (layout.headerSize + uint64_t{patterns} * patternSize > size) return fail("MOD file ends inside its patterns");
+    if (stored > patterns) warnings.add("MOD: patterns named only past the song length dropped");
+
+    auto song = std::make_unique<SongHeader>();
+    song->name = std::string(reinterpret_cast<const char*>(data), ::strnlen(reinterpret_cast<const char*>(data), 20));
+    song->flags = SH_ORIGIN_MOD;
+    song->channels = static_cast<uint8_t>(channels);
+    song->initialSpeed = 6;
+    song->initialTempo = 125;
+    song->globalVolume = 64;
+    song->channelVolume.fill(64);
+    for (unsigned c = 0; c < 64; ++c) song->channelPan[c] = ((c & 3) == 0 || (c & 3) == 3) ? 0 : 255;  // Amiga L R R L
+    song->restartPos = restart == 0x7F ? 0 : restart;
+    if (restart == 0) warnings.add("MOD: restart byte 0 written back as 127");
+    if (!song->orders.dupBuffer(orders.data(), songLength)) return fail("Insufficient memory");
+    song->orderCount = static_cast<uint16_t>(songLength);
+    song->hasOrders = true;
+    if (layout.hmn) warnings.add("MOD: His Master's Noise synth sounds read as plain samples");
+
+    // Cells: FLT8 stores each pattern as two 4-channel halves, one after the other.
+    PatternBuilder builder(channels);
+    const size_t rowBytes = size_t{channels} * 4;
+    for (unsigned p = 0; p < patterns; ++p) {
+        builder.beginPattern(MOD_ROWS);
+        const uint8_t* base = data + layout.headerSize + size_t{p} * patternSize;
+        for (unsigned r = 0; r < MOD_ROWS; ++r) {
+            for (unsigned c = 0; c < channels; ++c) {
+                const uint8_t* cell = layout.flt8 ? base + (c / 4) * (MOD_ROWS * 16) + r * 16 + (c % 4) * 4
+                                                  : base + r * rowBytes + c * 4;
+                const unsigned period = ((cell[0] & 0x0F) << 8) | cell[1];
+                const uint8_t instrument = static_cast<uint8_t>((cell[0] & 0xF0) | (cell[2] >> 4));
+                const uint8_t effect = cell[2] & 0x0F;
+                const uint8_t param = cell[3];
+                TrackRow& row = builder.cell(r, c);
+                if (period) row.push_back({CMD_NOTE, static_cast<uint8_t>(noteOfPeriod(period) - 1)});
+                if (instrument) row.push_back({CMD_INSTRUMENT, static_cast<uint8_t>(instrument - 1)});
+                if (effect || param) row.push_back({static_cast<uint8_t>(effect + 3), param});  // 0-F: commands 3-18
+            }
+        }
+    }
+    if (!builder.finish(*song)) return fail("Insufficient memory");
+
+    // Samples: signed 8-bit data, one after the other after the last stored pattern.
+    size_t pos = layout.headerSize + size_t{stored} * patternSize;
+    if (pos > size) pos = layout.headerSize + size_t{patterns} * patternSize;
+    song->samples.resize(layout.samples);
+    bool cut = false;
+    for (unsigned i = 0; i < layout.samples; ++i) {
+        const Slot& slot = slots[i];
+        SampleRecord& s = song->samples[i];
+        s.name = slot.name;
+        if (slot.finetune > 15) warnings.add("MOD: finetune bits above the low nibble dropped");
+        s.frequency = static_cast<uint8_t>(((slot.finetune & 0x0F) << 4) ^ 0x80);
+        s.volume = slot.volume;
+        s.pan = -1;
+        s.length = slot.lengthWords * 2;
+        s.loopStart = slot.loopStartWords * 2;
+        s.loopEnd = s.loopStart + slot.loopLengthWords * 2;
+        if (slot.loopLengthWords > 1) s.flags |= SF_LOOP;
+        // Data cut off by the end of the file is silence: the slot's length and loop stay as
+        // the file gives them (a length is at most 128 KiB).
+        const size_t have = pos < size ? std::min<size_t>(s.length, size - pos) : 0;
+        if (have < s.length) cut = true;
+        if (s.length) {
+            if (!s.pcm[0].allocZeroed(s.length)) return fail("Insufficient memory");
+            for (size_t k = 0; k < have; ++k) s.pcm[0][k] = static_cast<int16_t>(static_cast<uint16_t>(data[pos + k]) << 8);
+        }
+        pos += have;
+        if (fitLoops(s)) warnings.add("MOD: loop ends past the end of the sample cut");
+    }
+    if (cut) warnings.add("MOD: sample data cut short by the end of the file; the rest is silence");
+    if (pos < size) warnings.add("MOD: " + std::to_string(size - pos) + " bytes after the sample data ignored");
+    song->sampleCount = static_cast<uint16_t>(layout.samples);
+
+    ReadResult result;
+    warnings.moveTo(result);
+    result.song = std::move(song);
+    return result;
+}
+
+}  // namespace deqaz

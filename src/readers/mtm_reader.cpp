@@ -1,0 +1,241 @@
+// MTM reader: MultiTracker modules into the module model.
+//
+// File layout, with no padding: a 66-byte header ("MTM", version, song name, number of stored
+// tracks, last pattern, last order, comment length, number of samples, attribute, beats per
+// track, channels, 32 pan positions 0-15); 37-byte sample headers (name, length, loop start and
+// loop end in bytes, finetune, volume, attribute bit 0 = 16-bit); the 128-byte order table; the
+// tracks, 64 rows of 3 bytes each (6-bit note, 6-bit instrument, effect nibble, parameter);
+// per pattern 32 little-endian track numbers (0 = the empty track, not stored); the comment in
+// 40-byte lines; the unsigned sample data.
+//
+// The module keeps MTM's own tracks: track t of the file is track t of the module and track 0
+// is the empty track, and the pattern track lists are copied, so the writer stores the same
+// tracks again. The comment's lines become the song message, each line ended by a carriage
+// return (the writer splits the message there and pads each line to 40 bytes).
+//
+// What does not survive a round trip (reported as warnings): track-list entries past the channel
+// count, finetune bits above the low nibble, pan positions above 15, comment text after a zero
+// byte within its line, a last comment line shorter than 40 bytes (written padded), more than
+// 32 channels or 128 orders, beats per track (always written as 0).
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "common/endian.hpp"
+#include "readers/module_reader.hpp"
+
+namespace deqaz {
+
+namespace {
+
+constexpr size_t MTM_HEADER = 66;
+constexpr size_t MTM_SAMPLE = 37;
+constexpr unsigned MTM_ORDERS = 128;
+constexpr unsigned MTM_ROWS = 64;
+constexpr size_t MTM_TRACK = MTM_ROWS * 3;
+constexpr unsigned MTM_MAX_CHANNELS = 32;
+constexpr size_t MTM_COMMENT_LINE = 40;
+constexpr uint8_t MTM_NOTE_BIAS = 23;  // note field f is the stored note f + 23 (cell note f + 24)
+
+ReadResult fail(const char* why) {
+    ReadResult r;
+    r.error = why;
+    return r;
+}
+
+// One stored track: 64 rows of note, instrument and effect.
+std::vector<uint8_t> readTrack(const uint8_t* p) {
+    std::vector<TrackRow> rows(MTM_ROWS);
+    for (unsigned r = 0; r < MTM_ROWS; ++r, p += 3) {
+        const uint8_t noteField = p[0] >> 2;
+        const uint8_t instrument = static_cast<uint8_t>(((p[0] & 3) << 4) | (p[1] >> 4));
+        const uint8_t effect = p[1] & 0x0F;
+        TrackRow& row = rows[r];
+        if (noteField) row.push_back({CMD_NOTE, static_cast<uint8_t>(noteField + MTM_NOTE_BIAS)});
+        if (instrument) row.push_back({CMD_INSTRUMENT, static_cast<uint8_t>(instrument - 1)});
+        if (effect || p[2]) row.push_back({static_cast<uint8_t>(effect + 3), p[2]});  // 0-F: commands 3-18
+    }
+    return encodeTrack(rows);
+}
+
+// The comment: each 40-byte line up to its first zero byte, ended by a carriage return.
+std::string readComment(const uint8_t* p, size_t length, ReadWarnings& warnings) {
+    std::string message;
+    for (size_t at = 0; at < length; at += MTM_COMMENT_LINE) {
+        const size_t width = std::min(MTM_COMMENT_LINE, length - at);
+        const char* line = reinterpret_cast<const char*>(p + at);
+        const size_t used = ::strnlen(line, width);
+        if (std::any_of(line + used, line + width, [](char c) { return c != 0; }))
+            warnings.add("MTM: comment text after a zero byte in its line dropped");
+        if (width < MTM_COMMENT_LINE) warnings.add("MTM: short last comment line written padded to 40 bytes");
+        std::string text(line, used);
+        if (text.find('\r') != std::string::npos) {
+            std::replace(text.begin(), text.end(), '\r', ' ');
+            warnings.add("MTM: carriage returns inside comment lines turned into spaces");
+        }
+        message += text;
+        message += '\r';
+    }
+    return message;
+}
+
+}  // namespace
+
+ReadResult readMtm(const uint8_t* data, size_t size) {
+    if (size < 4 || std::memcmp(data, "MTM", 3) != 0) return fail("not an MTM file: no \"MTM\" signature");
+    if (size < MTM_HEADER) return fail("MTM file truncated in its header");
+    ReadWarnings warnings;
+    ByteReader in(data, size);
+
+    in.seek(4);
+    auto song = std::make_unique<SongHeader>();
+    song->name = in.text(20);
+    const uint16_t storedTracks = in.u16();
+    const unsigned patterns = in.u8() + 1u;
+    unsigned orders = in.u8() + 1u;
+    const uint16_t commentLength = in.u16();
+    const unsigned samples = in.u8();
+    in.u8();  // attribute
+    const uint8_t beatsPerTrack = in.u8();
+    unsigned channels = in.u8();
+    std::array<uint8_t, 32> pan;
+    in.bytes(pan.data(), pan.size());
+
+    if (storedTracks == 0xFFFF) return fail("MTM file has too many tracks");
+    if (channels > MTM_MAX_CHANNELS) {
+        warnings.add("MTM: channel count above 32 cut to 32");
+        channels = MTM_MAX_CHANNELS;
+    }
+    if (orders > MTM_ORDERS) {
+        warnings.add("MTM: orders past 128 dropped");
+        orders = MTM_ORDERS;
+    }
+    if (beatsPerTrack != 0 && beatsPerTrack != MTM_ROWS) warnings.add("MTM: beats per track other than 64 ignored");
+
+    song->flags = SH_ORIGIN_MTM;
+    song->channels = static_cast<uint8_t>(channels);
+    song->initialSpeed = 6;
+    song->initialTempo = 125;
+    song->globalVolume = 64;
+    song->channelVolume.fill(64);
+    song->channelPan.fill(128);
+    for (unsigned c = 0; c < 32; ++c) {
+        if (pan[c] > 15) warnings.add("MTM: pan positions above 15 cut to 15");
+        song->channelPan[c] = static_cast<uint8_t>(std::min<unsigned>(pan[c], 15) * 17);
+    }
+
+    // Sample headers; the data comes at the end of the file.
+    const size_t samplesAt = MTM_HEADER;
+    const size_t ordersAt = samplesAt + samples * MTM_SAMPLE;
+    const size_t tracksAt = ordersAt + MTM_ORDERS;
+    const size_t listsAt = tracksAt + size_t{storedTracks} * MTM_TRACK;
+    const size_t commentAt = listsAt + size_t{patterns} * 64;
+    const size_t dataAt = commentAt + commentLength;
+    if (tracksAt > size) return fail("MTM file truncated in its sample headers or order table");
+
+    song->samples.resize(samples);
+    std::vector<uint32_t> storedBytes(samples);
+    in.seek(samplesAt);
+    for (unsigned i = 0; i < samples; ++i) {
+        SampleRecord& s = song->samples[i];
+        s.name = in.text(22);
+        const uint32_t length = in.u32();
+        storedBytes[i] = length;
+        const uint32_t loopStart = in.u32();
+        const uint32_t loopEnd = in.u32();
+        const uint8_t finetune = in.u8();
+        s.volume = in.u8();
+        const uint8_t attribute = in.u8();
+        const unsigned shift = (attribute & 1) ? 1 : 0;
+        if (attribute & 1) s.flags |= SF_16BIT;
+        if (finetune > 15) warnings.add("MTM: finetune bits above the low nibble dropped");
+        s.frequency = static_cast<uint8_t>((finetune & 0x0F) << 4);
+        s.pan = -1;
+        s.length = length >> shift;
+        s.loopStart = loopStart >> shift;
+        s.loopEnd = loopEnd >> shift;
+        if (loopEnd > loopStart + 2) s.flags |= SF_LOOP;
+        if (shift && ((length | loopStart | loopEnd) & 1)) warnings.add("MTM: odd byte counts of 16-bit samples rounded down");
+    }
+
+    std::array<uint8_t, MTM_ORDERS> table{};
+    std::memcpy(table.data(), data + ordersAt, MTM_ORDERS);
+    if (!song->orders.dupBuffer(table.data(), orders)) return fail("Insufficient memory");
+    song->orderCount = static_cast<uint16_t>(orders);
+    song->hasOrders = true;
+
+    // Tracks: 0 is the empty track; the stored ones follow as 1, 2, ...; a track cut by the end
+    // of the file is read as far as it goes.
+    song->tracks.resize(size_t{storedTracks} + 1);
+    const uint8_t emptyTrack = 0;
+    if (!song->tracks[0].dupBuffer(&emptyTrack, 1)) return fail("Insufficient memory");
+    bool cut = false;
+    for (unsigned t = 1; t <= storedTracks; ++t) {
+        std::array<uint8_t, MTM_TRACK> rows{};
+        const size_t at = tracksAt + size_t{t - 1} * MTM_TRACK;
+        if (at < size) std::memcpy(rows.data(), data + at, std::min(MTM_TRACK, size - at));
+        if (at + MTM_TRACK > size) cut = true;
+        const std::vector<uint8_t> bytes = readTrack(rows.data());
+        if (!song->tracks[t].dupBuffer(bytes.data(), bytes.size())) return fail("Insufficient memory");
+    }
+    song->trackCount = static_cast<uint16_t>(storedTracks + 1);
+
+    // Pattern track lists: 32 entries, of which the first `channels` are used.
+    if (!song->patternRows.allocate(patterns) || !song->patternTracks.allocZeroed(size_t{patterns} * channels))
+        return fail("Insufficient memory");
+    for (unsigned p = 0; p < patterns; ++p) {
+        song->patternRows[p] = MTM_ROWS;
+        for (unsigned c = 0; c < 32; ++c) {
+            const size_t at = listsAt + size_t{p} * 64 + 2 * c;
+            if (at + 2 > size) {
+                cut = true;
+                continue;
+            }
+            uint16_t t = rd16le(data + at);
+            if (t > storedTracks) {
+                warnings.add("MTM: track numbers past the stored tracks read as the empty track");
+                t = 0;
+            }
+            if (c < channels)
+                song->patternTracks[size_t{p} * channels + c] = t;
+            else if (t)
+                warnings.add("MTM: track-list entries past the channel count dropped");
+        }
+    }
+    song->patternCount = static_cast<uint16_t>(patterns);
+
+    if (commentLength && commentAt < size)
+        song->message = readComment(data + commentAt, std::min<size_t>(commentLength, size - commentAt), warnings);
+    if (commentAt + commentLength > size) cut = true;
+
+    // Sample data: unsigned 8- or 16-bit, one sample after the other.
+    size_t pos = dataAt;
+    for (unsigned i = 0; i < samples; ++i) {
+        SampleRecord& s = song->samples[i];
+        const bool is16 = (s.flags & SF_16BIT) != 0;
+        const size_t bytes = storedBytes[i];
+        const size_t have = pos < size ? std::min(bytes, size - pos) : 0;
+        if (have < bytes) {
+            cut = true;
+            s.length = std::min(s.length, static_cast<uint32_t>(have >> (is16 ? 1 : 0)));
+        }
+        if (s.length) {
+            if (!s.pcm[0].allocate(s.length)) return fail("Insufficient memory");
+            const uint8_t* p = data + pos;
+            for (uint32_t k = 0; k < s.length; ++k)
+                s.pcm[0][k] = is16 ? static_cast<int16_t>(rd16le(p + 2 * size_t{k}) ^ 0x8000)
+                                   : static_cast<int16_t>(static_cast<uint16_t>(p[k] ^ 0x80) << 8);
+        }
+        pos += have;
+        if (fitLoops(s)) warnings.add("MTM: loop ends past the end of the sample cut");
+    }
+    if (cut) warnings.add("MTM: file cut short; missing tracks, lists, comment or sample data read as empty");
+    song->sampleCount = static_cast<uint16_t>(samples);
+
+    ReadResult result;
+    warnings.moveTo(result);
+    result.song = std::move(song);
+    return result;
+}
+
+}  // namespace deqaz

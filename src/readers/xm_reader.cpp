@@ -1,0 +1,713 @@
+// XM reader: a FastTracker 2 Extended Module (version 1.04) into the module model.
+//
+// File layout: a 60-byte preamble ("Extended Module: ", song name, 0x1A, tracker name, version),
+// then the song header counted from its own size field at offset 60 (song length, restart,
+// channels, patterns, instruments, flags, speed, tempo, order table); the patterns, each a
+// header of its own length and packed cells; the instruments, each a header of its own length,
+// the 40-byte headers of its samples and then their delta-coded data; finally ModPlug's
+// trailing chunks ("text", "MIDI", "FXnn", "CHFX", ...).
+//
+// The module holds what the XM writer writes back. Cells become track commands in the order
+// note, instrument, volume column, effect column, so that the effect translation rebuilds both
+// columns: it gives the volume column to the first command that wants it. One move is
+// unavoidable: an effect C (set volume), or an effect 3 or 8 whose parameter has a zero low
+// nibble, in a cell whose volume column is empty comes back in the volume column (C xx as
+// 0x10 + xx, 3 x0 as 0xFx, 8 x0 as 0xCx) — the same command with the same meaning.
+//
+// What does not survive a round trip (each is reported as a warning):
+// - a tracker name other than FastTracker's two spellings, header flags other than linear
+//   slides, speed or tempo above 255, patterns past 256 and instruments past 255 (no order or
+//   sample can name them), a song length longer than the header's order table, the order table
+//   past the song length;
+// - effects XM players do not know (I, M, O, Q, S, U, V, Y and above Z), X with a sub-command
+//   other than 1 or 2 and no bit 4 or 5 set (X0x, X4x, X8x, XCx), volume-column bytes
+//   0x01-0x0F, notes above key-off;
+// - an effect C above 0x40 that moves into an empty volume column, which is written as 0x50
+//   (C40, the value FastTracker plays it at);
+// - the key map of an instrument with one sample (the writer maps every key to it), instrument
+//   header bytes past the 248 the writer writes, the instrument type byte, a MIDI program or
+//   bend range above 255, a sample header size other than 40, loop type 3 (read as ping-pong),
+//   odd byte counts of 16-bit samples, ModPlug's ADPCM coding (written back as plain PCM);
+// - a stereo sample's loop: ModPlug counts it over both channels while the writer counts one
+//   channel's frames, so it is kept as the file gives it only while it lies within one channel;
+// - sample data cut off by the end of the file (the sample is shortened to the data present);
+// - MIDI macro texts other than the default globals and the "F0F0xxz"/"F0F0xxxx" forms the
+//   writer rebuilds; trailing chunks other than text, MIDI, FX00-FX19 and CHFX (pattern and
+//   channel names, OpenMPT's extended properties).
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+
+#include "common/endian.hpp"
+#include "readers/module_reader.hpp"
+
+namespace deqaz {
+
+namespace {
+
+constexpr size_t XM_PREAMBLE = 60;  // up to and including the version
+constexpr size_t XM_SONG_FIELDS = 20;  // header-size field to the order table
+constexpr uint16_t XM_VERSION = 0x0104;
+constexpr unsigned XM_MAX_ORDERS = 256;
+constexpr unsigned XM_MAX_PATTERNS = 256;
+constexpr unsigned XM_MAX_INSTRUMENTS = 255;  // a sample names its instrument in one byte
+constexpr unsigned XM_MAX_ROWS = 1024;
+constexpr size_t XM_INSTRUMENT_FULL = 248;
+constexpr size_t XM_INSTRUMENT_FIRST = 29;  // size, name, type, number of samples
+constexpr size_t XM_SAMPLE_HEADER = 40;
+constexpr unsigned XM_KEYS = 96;
+constexpr unsigned XM_ENVELOPE_POINTS = 12;
+constexpr uint8_t XM_KEY_OFF = 97;
+constexpr uint8_t XM_ADPCM = 0xAD;  // ModPlug's 4-bit ADPCM marker in the reserved byte
+constexpr size_t MIDI_ENTRY = 32;
+constexpr size_t MIDI_BLOCK = 153 * MIDI_ENTRY;
+constexpr const char* MIDI_GLOBALS[9] = {"FF", "FC", "", "9c n v", "9c n 0", "", "", "", "Cc p"};
+
+// Track command numbers of the XM side.
+enum : uint8_t {
+    CMD_TONE_PORTA = 6,
+    CMD_PANNING = 11,
+    CMD_SET_VOLUME = 15,
+    CMD_VOL_SLIDE_COLUMN = 20,
+    CMD_FINE_VOL_SLIDE_COLUMN = 21,
+    CMD_PAN_SLIDE_COLUMN = 27,
+    CMD_VIBRATO_SPEED_COLUMN = 31,
+    CMD_VIBRATO_DEPTH_COLUMN = 32,
+    CMD_IT_VOLUME_RAW = 48,  // volume column set to parameter + 66, whatever the target
+};
+
+std::string effectName(unsigned effect, unsigned param) {
+    char text[8];
+    const char letter = effect < 10 ? static_cast<char>('0' + effect)
+                        : effect < 36 ? static_cast<char>('A' + effect - 10)
+                                      : '?';
+    std::snprintf(text, sizeof text, "%c%02X", letter, param);
+    return text;
+}
+
+// The command that a volume-column byte comes back from. The slide commands pick their nibble
+// by direction (a non-zero low nibble is "down"), so the three bytes 0x60, 0x80 and 0xD0 — a
+// slide by nothing — have no slide command of their own; they are kept through the command that
+// sets the volume column to parameter + 66.
+bool volumeCommand(uint8_t v, TrackCommand& out) {
+    const uint8_t x = v & 0x0F;
+    switch (v >> 4) {
+        case 0x0: return false;  // 0x01-0x0F: nothing FastTracker plays
+        case 0x1: case 0x2: case 0x3: case 0x4: case 0x5:
+            out = {CMD_SET_VOLUME, static_cast<uint8_t>(v - 0x10)};
+            return true;
+        case 0x6:
+            out = x ? TrackCommand{CMD_VOL_SLIDE_COLUMN, x} : TrackCommand{CMD_IT_VOLUME_RAW, 0x60 - 66};
+            return true;
+        case 0x7: out = {CMD_VOL_SLIDE_COLUMN, static_cast<uint8_t>(x << 4)}; return true;
+        case 0x8:
+            out = x ? TrackCommand{CMD_FINE_VOL_SLIDE_COLUMN, x} : TrackCommand{CMD_IT_VOLUME_RAW, 0x80 - 66};
+            return true;
+        case 0x9: out = {CMD_FINE_VOL_SLIDE_COLUMN, static_cast<uint8_t>(x << 4)}; return true;
+        case 0xA: out = {CMD_VIBRATO_SPEED_COLUMN, x}; return true;
+        case 0xB: out = {CMD_VIBRATO_DEPTH_COLUMN, x}; return true;
+        case 0xC: out = {CMD_PANNING, static_cast<uint8_t>(x << 4)}; return true;
+        case 0xD:
+            out = x ? TrackCommand{CMD_PAN_SLIDE_COLUMN, x} : TrackCommand{CMD_IT_VOLUME_RAW, 0xD0 - 66};
+            return true;
+        case 0xE: out = {CMD_PAN_SLIDE_COLUMN, static_cast<uint8_t>(x << 4)}; return true;
+        default: out = {CMD_TONE_PORTA, static_cast<uint8_t>(x << 4)}; return true;  // 0xF
+    }
+}
+
+// The command an effect-column entry comes back from: 0 to F are commands 3 to 18; the letters
+// have their own numbers. J and N, which FastTracker ignores, are kept through the IT-side
+// commands that the translation turns into the same numbers.
+bool effectCommand(uint8_t effect, uint8_t param, TrackCommand& out) {
+    if (effect <= 0x0F) {
+        out = {static_cast<uint8_t>(effect + 3), param};
+        return true;
+    }
+    uint8_t command = 0;
+    switch (effect) {
+        case 16: command = 22; break;  // G set global volume
+        case 17: command = 23; break;  // H global volume slide
+        case 19: command = 43; break;  // J
+        case 20: command = 24; break;  // K key off
+        case 21: command = 25; break;  // L set envelope position
+        case 23: command = 45; break;  // N
+        case 25: command = 26; break;  // P panning slide
+        case 27: command = 28; break;  // R multi retrigger
+        case 29: command = 19; break;  // T tremor
+        case 32: command = 51; break;  // W
+        case 35: command = 47; break;  // Z MIDI macro
+        case 33:  // X: the two commands put back bit 4 (X1) or bit 5 (X2) of the parameter
+            if ((param >> 4) == 1 || (param >> 4) == 2) {
+                out = {static_cast<uint8_t>((param >> 4) == 1 ? 29 : 30), static_cast<uint8_t>(param & 0x0F)};
+                return true;
+            }
+            if (param & 0x10) command = 29;
+            else if (param & 0x20) command = 30;
+            break;
+        default: break;
+    }
+    if (!command) return false;
+    out = {command, param};
+    return true;
+}
+
+struct XmCell {
+    uint8_t note = 0, instrument = 0, volume = 0, effect = 0, param = 0;
+};
+
+void cellCommands(const XmCell& c, TrackRow& row, ReadWarnings& warnings) {
+    if (c.note >= 1 && c.note <= 96)
+        row.push_back({CMD_NOTE, static_cast<uint8_t>(c.note - 1)});
+    else if (c.note == XM_KEY_OFF)
+        row.push_back({CMD_NOTE, 0xFF});
+    else if (c.note)
+        warnings.add("XM: notes above key-off dropped");
+    if (c.instrument) row.push_back({CMD_INSTRUMENT, static_cast<uint8_t>(c.instrument - 1)});
+    TrackCommand command;
+    if (c.volume) {
+        if (volumeCommand(c.volume, command))
+            row.push_back(command);
+        else
+            warnings.add("XM: volume-column bytes 0x01-0x0F dropped");
+    }
+    if (c.effect == 0 && c.param == 0) return;
+    if (!effectCommand(c.effect, c.param, command)) {
+        warnings.add("XM: effect " + effectName(c.effect, c.param) + " has no counterpart; dropped");
+        return;
+    }
+    // FastTracker plays a set-volume above 64 at 64; in an empty volume column the value would
+    // otherwise become another command.
+    if (c.effect == 0x0C && !c.volume && c.param > 0x40) {
+        command.parameter = 0x40;
+        warnings.add("XM: effect C above 0x40 written as C40");
+    }
+    row.push_back(command);
+}
+
+// One pattern's packed cells: a byte with bit 7 set announces which of the five fields follow;
+// any other byte is a note followed by the other four fields.
+void readPattern(const uint8_t* data, size_t size, unsigned rows, unsigned channels, PatternBuilder& builder,
+                 ReadWarnings& warnings) {
+    size_t pos = 0;
+    bool shortData = false;
+    auto next = [&]() -> uint8_t {
+        if (pos < size) return data[pos++];
+        shortData = true;
+        return 0;
+    };
+    for (unsigned r = 0; r < rows && pos < size; ++r) {
+        for (unsigned ch = 0; ch < channels && pos < size; ++ch) {
+            XmCell c;
+            const uint8_t first = next();
+            if (first & 0x80) {
+                if (first & 0x01) c.note = next();
+                if (first & 0x02) c.instrument = next();
+                if (first & 0x04) c.volume = next();
+                if (first & 0x08) c.effect = next();
+                if (first & 0x10) c.param = next();
+            } else {
+                c.note = first;
+                c.instrument = next();
+                c.volume = next();
+                c.effect = next();
+                c.param = next();
+            }
+            cellCommands(c, builder.cell(r, ch), warnings);
+        }
+    }
+    if (shortData) warnings.add("XM: a pattern's packed data ends inside a cell");
+}
+
+bool hexValue(const char* text, size_t digits, uint32_t& value) {
+    value = 0;
+    for (size_t i = 0; i < digits; ++i) {
+        const int c = std::tolower(static_cast<unsigned char>(text[i]));
+        if (c >= '0' && c <= '9')
+            value = value * 16 + static_cast<uint32_t>(c - '0');
+        else if (c >= 'a' && c <= 'f')
+            value = value * 16 + static_cast<uint32_t>(c - 'a' + 10);
+        else
+            return false;
+    }
+    return true;
+}
+
+bool sameText(const char* a, const char* b) {
+    for (; *a && *b; ++a, ++b)
+        if (std::tolower(static_cast<unsigned char>(*a)) != std::tolower(static_cast<unsigned char>(*b))) return false;
+    return *a == *b;
+}
+
+// The MIDI configuration: the song keeps, of each parametered macro, the byte of "F0F0xxz" and,
+// of each fixed macro, the number of "F0F0xxxx"; the globals are always written as IT's
+// defaults. Other texts cannot be kept.
+void readMidiConfig(const uint8_t* block, size_t size, SongHeader& song, ReadWarnings& warnings) {
+    std::array<char, MIDI_BLOCK> text{};
+    std::memcpy(text.data(), block, std::min(size, MIDI_BLOCK));
+    auto entry = [&](size_t i, char* out) {
+        std::memcpy(out, text.data() + i * MIDI_ENTRY, MIDI_ENTRY);
+        out[MIDI_ENTRY] = '\0';
+    };
+    char e[MIDI_ENTRY + 1];
+    char rebuilt[MIDI_ENTRY + 8];
+    unsigned lost = 0;
+    for (size_t i = 0; i < 9; ++i) {
+        entry(i, e);
+        if (!sameText(e, MIDI_GLOBALS[i])) ++lost;
+    }
+    for (size_t i = 0; i < 16; ++i) {
+        entry(9 + i, e);
+        uint32_t v = 0;
+        if (!e[0]) continue;
+        if (std::strlen(e) == 7 && hexValue(e + 4, 2, v) && v < 0xFF) {
+            std::snprintf(rebuilt, sizeof rebuilt, "F0F0%02xz", static_cast<unsigned>(v));
+            if (sameText(e, rebuilt)) {
+                song.sfxMacro[i] = static_cast<uint8_t>(v + 1);
+                continue;
+            }
+        }
+        ++lost;
+    }
+    for (size_t j = 0; j < 128; ++j) {
+        entry(25 + j, e);
+        if (!e[0]) continue;
+        const size_t digits = std::strlen(e) - 4;
+        uint32_t v = 0;
+        if ((digits == 4 || digits == 8) && hexValue(e + 4, digits, v)) {
+            const uint32_t w = v + 256;  // modulo 2^32: "ffffff80" is the slot value 0x80
+            if (w >= 1 && w <= 0xFFFF) {
+                std::snprintf(rebuilt, sizeof rebuilt, "F0F0%04x", static_cast<unsigned>(static_cast<int32_t>(w) - 256));
+                if (sameText(e, rebuilt)) {
+                    song.zxxMacro[j] = static_cast<uint16_t>(w);
+                    continue;
+                }
+            }
+        }
+        ++lost;
+    }
+    if (lost) warnings.add("XM: MIDI macros the container cannot hold dropped", lost);
+}
+
+// ModPlug's chunks after the last instrument: a 4-byte id, a 32-bit length and the data.
+void readTrailingChunks(ByteReader& in, SongHeader& song, ReadWarnings& warnings) {
+    while (in.has(8)) {
+        const size_t at = in.pos();
+        char id[5] = {};
+        in.bytes(id, 4);
+        const std::string tag(id);
+        if (tag == "XTPM" || tag == "STPM") {  // OpenMPT's properties: no length to skip by
+            warnings.add("XM: OpenMPT extended properties dropped");
+            return;
+        }
+        const bool known = tag == "text" || tag == "MIDI" || tag == "CHFX" || tag == "PNAM" || tag == "CNAM" ||
+                           (tag.size() == 4 && tag[0] == 'F' && tag[1] == 'X' && std::isdigit(static_cast<unsigned char>(tag[2])) &&
+                            std::isdigit(static_cast<unsigned char>(tag[3])));
+        if (!known) {
+            in.seek(at);
+            break;
+        }
+        uint32_t length = in.u32();
+        const size_t available = in.size() - in.pos();
+        if (length > available) {
+            warnings.add("XM: chunk \"" + tag + "\" runs past the end of the file; cut");
+            length = static_cast<uint32_t>(available);
+        }
+        const uint8_t* data = in.at(in.pos());
+        in.seek(in.pos() + length);
+        if (tag == "text") {
+            song.message.assign(reinterpret_cast<const char*>(data), ::strnlen(reinterpret_cast<const char*>(data), length));
+        } else if (tag == "MIDI") {
+            readMidiConfig(data, length, song, warnings);
+        } else if (tag == "CHFX") {
+            if (!song.channelFx.allocZeroed(size_t{song.channels} * 4)) return;
+            std::memcpy(song.channelFx.data(), data, std::min<size_t>(length, song.channelFx.size()));
+            if (length != song.channelFx.size()) warnings.add("XM: channel plugin table resized to the channel count");
+            song.flags |= SH_EXTRA_CHUNKS;
+        } else if (tag[0] == 'F') {
+            const unsigned k = static_cast<unsigned>((tag[2] - '0') * 10 + (tag[3] - '0'));
+            if (k >= MAX_CHUNK_SLOTS) {
+                warnings.add("XM: plugin chunks FX20 and above dropped");
+                continue;
+            }
+            ChunkSlot& slot = song.fxSlots[k];
+            if (!slot.data.dupBuffer(data, length)) return;
+            slot.size = length;
+            slot.present = true;
+            song.flags |= SH_EXTRA_CHUNKS;
+        } else {
+            warnings.add("XM: pattern and channel names dropped");
+        }
+    }
+    if (in.pos() < in.size()) warnings.add("XM: " + std::to_string(in.size() - in.pos()) + " bytes after the last chunk ignored");
+}
+
+struct SampleHeader {
+    uint32_t length = 0;  // bytes
+    uint32_t loopStart = 0;
+    uint32_t loopLength = 0;
+    uint8_t volume = 0;
+    int8_t finetune = 0;
+    uint8_t type = 0;
+    uint8_t pan = 0;
+    int8_t relativeNote = 0;
+    uint8_t reserved = 0;
+    std::string name;
+};
+
+SampleHeader readSampleHeader(ByteReader& in) {
+    SampleHeader h;
+    h.length = in.u32();
+    h.loopStart = in.u32();
+    h.loopLength = in.u32();
+    h.volume = in.u8();
+    h.finetune = static_cast<int8_t>(in.u8());
+    h.type = in.u8();
+    h.pan = in.u8();
+    h.relativeNote = static_cast<int8_t>(in.u8());
+    h.reserved = in.u8();
+    h.name = in.text(22);
+    return h;
+}
+
+// Bytes of stored data a sample header announces.
+uint64_t storedBytes(const SampleHeader& h) {
+    if (h.reserved == XM_ADPCM && !(h.type & 0x10)) return 16 + (uint64_t{h.length} + 1) / 2;
+    return h.length;
+}
+
+SampleRecord sampleRecord(const SampleHeader& h, unsigned instrument, ReadWarnings& warnings) {
+    SampleRecord s;
+    s.frequency = static_cast<uint8_t>(h.finetune + 128);
+    s.relativeNote = h.relativeNote;
+    s.volume = h.volume;
+    s.pan = h.pan;
+    s.globalVolume = static_cast<uint8_t>(instrument);
+    s.name = h.name;
+    const bool is16 = (h.type & 0x10) != 0;
+    const bool stereo = (h.type & 0x20) != 0;
+    if (is16) s.flags |= SF_16BIT;
+    if (stereo) s.flags |= SF_STEREO;
+    switch (h.type & 3) {
+        case 1: s.flags |= SF_LOOP; break;
+        case 2: s.flags |= SF_LOOP | SF_PINGPONG; break;
+        case 3:
+            s.flags |= SF_LOOP | SF_PINGPONG;
+            warnings.add("XM: loop type 3 read as ping-pong");
+            break;
+        default: break;
+    }
+    const unsigned shift = is16 ? 1 : 0;
+    s.length = h.length >> (shift + (stereo ? 1 : 0));
+    s.loopStart = h.loopStart >> shift;
+    s.loopEnd = static_cast<uint32_t>(std::min<uint64_t>((uint64_t{h.loopStart} + h.loopLength) >> shift, 0xFFFFFFFFu));
+    if (is16 && ((h.length | h.loopStart | h.loopLength) & 1)) warnings.add("XM: odd byte counts of 16-bit samples rounded down");
+    return s;
+}
+
+// Delta-decodes `frames` values of one channel into `pcm`; 8-bit values go to the high byte.
+void decodeDelta(const uint8_t* p, uint32_t frames, bool is16, int16_t* pcm) {
+    if (is16) {
+        uint16_t acc = 0;
+        for (uint32_t i = 0; i < frames; ++i) {
+            acc = static_cast<uint16_t>(acc + rd16le(p + 2 * size_t{i}));
+            pcm[i] = static_cast<int16_t>(acc);
+        }
+    } else {
+        uint8_t acc = 0;
+        for (uint32_t i = 0; i < frames; ++i) {
+            acc = static_cast<uint8_t>(acc + p[i]);
+            pcm[i] = static_cast<int16_t>(static_cast<uint16_t>(acc) << 8);
+        }
+    }
+}
+
+// ModPlug's 4-bit ADPCM: a table of 16 signed steps, then one nibble per value, low first.
+void decodeAdpcm(const uint8_t* p, uint32_t frames, int16_t* pcm) {
+    const uint8_t* table = p;
+    const uint8_t* nibbles = p + 16;
+    uint8_t acc = 0;
+    for (uint32_t i = 0; i < frames; ++i) {
+        const uint8_t nibble = (i & 1) ? (nibbles[i / 2] >> 4) : (nibbles[i / 2] & 0x0F);
+        acc = static_cast<uint8_t>(acc + table[nibble]);
+        pcm[i] = static_cast<int16_t>(static_cast<uint16_t>(acc) << 8);
+    }
+}
+
+// Fills a sample's PCM from its stored data; data cut short by the end of the file shortens the
+// sample to the frames present. False only when memory runs out.
+bool readSampleData(ByteReader& in, const SampleHeader& h, SampleRecord& s, ReadWarnings& warnings) {
+    const uint64_t want = storedBytes(h);
+    const size_t have = static_cast<size_t>(std::min<uint64_t>(want, in.size() - std::min(in.pos(), in.size())));
+    const uint8_t* p = in.at(in.pos());
+    in.seek(in.pos() + have);
+    const bool is16 = (s.flags & SF_16BIT) != 0;
+    const size_t bytesPerFrame = is16 ? 2 : 1;
+    const bool adpcm = h.reserved == XM_ADPCM && !is16 && !(s.flags & SF_STEREO);
+    if (h.reserved == XM_ADPCM && !adpcm) warnings.add("XM: ADPCM marker on a 16-bit or stereo sample ignored");
+    if (have < want) {
+        warnings.add("XM: sample data cut short by the end of the file");
+        if (s.flags & SF_STEREO) {  // the right channel follows the left whole: keep the left
+            s.flags &= static_cast<uint16_t>(~SF_STEREO);
+            warnings.add("XM: stereo sample cut short kept as its left channel");
+        }
+        s.length = adpcm ? static_cast<uint32_t>(have > 16 ? std::min<uint64_t>((have - 16) * 2, s.length) : 0)
+                         : static_cast<uint32_t>(std::min<uint64_t>(have / bytesPerFrame, s.length));
+    }
+    if (adpcm) warnings.add("XM: ADPCM-coded samples written back as plain PCM");
+    const unsigned channels = (s.flags & SF_STEREO) ? 2 : 1;
+    for (unsigned c = 0; c < channels && s.length; ++c) {
+        if (!s.pcm[c].allocate(s.length)) return false;
+        if (adpcm)
+            decodeAdpcm(p, s.length, s.pcm[c].data());
+        else
+            decodeDelta(p + size_t{c} * s.length * bytesPerFrame, s.length, is16, s.pcm[c].data());
+    }
+    if (fitLoops(s)) warnings.add("XM: loop ends past the end of the sample cut");
+    return true;
+}
+
+void readEnvelope(const uint8_t* h, size_t pointsAt, Envelope& env) {
+    for (unsigned k = 0; k < XM_ENVELOPE_POINTS; ++k) {
+        env.points[k].tick = rd16le(h + pointsAt + 4 * k);
+        env.points[k].value = rd16le(h + pointsAt + 4 * k + 2);
+    }
+}
+
+// An instrument without samples: every key plays itself, on no sample.
+InstrumentRecord emptyInstrument() {
+    InstrumentRecord ins;
+    for (unsigned k = 0; k < 120; ++k) ins.noteMap[k] = {static_cast<uint16_t>(k), 0xFFFF};
+    return ins;
+}
+
+// One instrument with its samples, appended to the song. Returns false when memory runs out; a
+// header that runs past the end of the file sets `ended`.
+bool readInstrument(ByteReader& in, unsigned number, SongHeader& song, ReadWarnings& warnings, bool& ended) {
+    const size_t start = in.pos();
+    std::array<uint8_t, XM_INSTRUMENT_FULL> h{};
+    const uint32_t headerSize = in.has(4) ? rd32le(in.at(start)) : 0;
+    if (!in.has(XM_INSTRUMENT_FIRST) || headerSize > in.size() - start) {
+        warnings.add("XM: the file ends inside instrument " + std::to_string(number) + "; the rest are empty");
+        song.instruments.push_back(emptyInstrument());
+        ended = true;
+        return true;
+    }
+    in.bytes(h.data(), std::min<size_t>({headerSize, h.size(), in.size() - start}));
+    in.seek(start + std::max<size_t>(headerSize, XM_INSTRUMENT_FIRST));
+
+    InstrumentRecord ins = emptyInstrument();
+    {
+        const char* name = reinterpret_cast<const char*>(h.data() + 4);
+        ins.name.assign(name, ::strnlen(name, 22));
+    }
+    unsigned samples = rd16le(h.data() + 27);
+
+    if (samples > 0) {
+        if (headerSize < XM_INSTRUMENT_FULL) warnings.add("XM: short instrument headers read with zeros for the missing fields");
+        const uint32_t sampleHeaderSize = rd32le(h.data() + 29);
+        size_t step = XM_SAMPLE_HEADER;
+        if (sampleHeaderSize != XM_SAMPLE_HEADER) {
+            if (sampleHeaderSize > XM_SAMPLE_HEADER && sampleHeaderSize <= 256) step = sampleHeaderSize;
+            warnings.add("XM: sample header size other than 40 written back as 40");
+        }
+        const size_t first = song.samples.size();
+        if (first + samples > 0xFFFF) samples = static_cast<unsigned>(0xFFFF - first);
+        if (samples > 1) {
+            for (unsigned k = 0; k < XM_KEYS; ++k)
+                ins.noteMap[k].sample = static_cast<uint16_t>(std::min<size_t>(first + h[33 + k], 0xFFFE));
+        } else {
+            if (std::any_of(h.begin() + 33, h.begin() + 33 + XM_KEYS, [](uint8_t v) { return v != 0; }))
+                warnings.add("XM: key map of a one-sample instrument written as all zeros");
+            for (unsigned k = 0; k < XM_KEYS; ++k) ins.noteMap[k].sample = static_cast<uint16_t>(first);
+        }
+        readEnvelope(h.data(), 129, ins.volumeEnvelope);
+        readEnvelope(h.data(), 177, ins.panningEnvelope);
+        Envelope& vol = ins.volumeEnvelope;
+        Envelope& pan = ins.panningEnvelope;
+        vol.pointCount = h[225];
+        pan.pointCount = h[226];
+        vol.sustainStart = vol.sustainEnd = h[227];
+        vol.loopStart = h[228];
+        vol.loopEnd = h[229];
+        pan.sustainStart = pan.sustainEnd = h[230];
+        pan.loopStart = h[231];
+        pan.loopEnd = h[232];
+        vol.flags = h[233];
+        pan.flags = h[234] & 0x7F;
+        ins.vibratoType = h[235];
+        ins.vibratoSweep = h[236];
+        ins.vibratoDepth = h[237];
+        ins.vibratoRate = h[238];
+        ins.fadeout = rd16le(h.data() + 239);
+        if (h[241]) ins.flags |= 0x1;
+        ins.midiChannel = h[242];
+        const uint16_t program = rd16le(h.data() + 243);
+        const uint16_t bend = rd16le(h.data() + 245);
+        if (program > 0xFF || bend > 0xFF) warnings.add("XM: MIDI program or bend range above 255 cut to a byte");
+        ins.midiProgram = static_cast<uint8_t>(program);
+        ins.midiBendRange = static_cast<uint8_t>(bend);
+        if (h[247]) ins.flags |= 0x2;
+
+        // The sample headers, then the data of each in the same order.
+        std::vector<SampleHeader> headers;
+        headers.reserve(samples);
+        for (unsigned i = 0; i < samples; ++i) {
+            const size_t at = in.pos();
+            if (!in.has(XM_SAMPLE_HEADER)) {
+                warnings.add("XM: the file ends inside the sample headers; the rest is lost");
+                ended = true;
+                break;
+            }
+            headers.push_back(readSampleHeader(in));
+            in.seek(at + step);
+        }
+        for (const SampleHeader& sh : headers) {
+            song.samples.push_back(sampleRecord(sh, number, warnings));
+            if (!readSampleData(in, sh, song.samples.back(), warnings)) return false;
+        }
+        if (headers.empty()) {  // no sample arrived: the key map names none
+            for (auto& e : ins.noteMap) e.sample = 0xFFFF;
+        }
+    }
+    song.instruments.push_back(std::move(ins));
+    return true;
+}
+
+ReadResult fail(const char* why) {
+    ReadResult r;
+    r.error = why;
+    return r;
+}
+
+bool isXmSignature(const uint8_t* data, size_t size) {
+    static const char sig[] = "extended module: ";
+    if (size < 17) return false;
+    for (size_t i = 0; i < 17; ++i)
+        if (std::tolower(data[i]) != sig[i]) return false;
+    return true;
+}
+
+}  // namespace
+
+ReadResult readXm(const uint8_t* data, size_t size) {
+    if (!isXmSignature(data, size)) return fail("not an XM file: no \"Extended Module: \" signature");
+    if (size < XM_PREAMBLE + XM_SONG_FIELDS) return fail("XM file truncated in its header");
+    ByteReader in(data, size);
+    ReadWarnings warnings;
+
+    const uint16_t version = rd16le(data + 58);
+    if (version != XM_VERSION) {
+        char text[80];
+        std::snprintf(text, sizeof text, "XM version %x.%02x is not supported (only 1.04)", version >> 8, version & 0xFF);
+        return fail(text);
+    }
+
+    auto song = std::make_unique<SongHeader>();
+    in.seek(17);
+    song->name = in.text(20);
+    if (std::memcmp(data + 38, "FastTracker v 2.00  ", 20) == 0)
+        song->flags |= SH_XM_ALT_TRACKER_NAME;
+    else if (std::memcmp(data + 38, "FastTracker v2.00   ", 20) != 0)
+        warnings.add("XM: tracker name written back as FastTracker's");
+
+    in.seek(60);
+    const uint32_t headerSize = in.u32();
+    const uint16_t songLength = in.u16();
+    const uint16_t restart = in.u16();
+    const uint16_t channels = in.u16();
+    uint16_t patterns = in.u16();
+    uint16_t instruments = in.u16();
+    const uint16_t flags = in.u16();
+    const uint16_t speed = in.u16();
+    const uint16_t tempo = in.u16();
+    if (headerSize < XM_SONG_FIELDS) return fail("XM header size too small for its fields");
+    if (channels > 255) return fail("XM file has more than 255 channels");
+    if (patterns > XM_MAX_PATTERNS) {
+        warnings.add("XM: patterns past 256 cannot be played and were dropped");
+    }
+    if (instruments > XM_MAX_INSTRUMENTS) {
+        warnings.add("XM: instruments past 255 dropped");
+        instruments = XM_MAX_INSTRUMENTS;
+    }
+
+    song->channels = static_cast<uint8_t>(channels);
+    song->restartPos = restart;
+    if (flags & 1) song->flags |= SH_LINEAR_SLIDES;
+    if (flags & ~1u) warnings.add("XM: header flags other than linear slides dropped");
+    if (speed > 255 || tempo > 255) warnings.add("XM: speed or tempo above 255 cut to 255");
+    song->initialSpeed = static_cast<uint8_t>(std::min<uint16_t>(speed, 255));
+    song->initialTempo = static_cast<uint8_t>(std::min<uint16_t>(tempo, 255));
+    song->globalVolume = 64;
+    song->channelVolume.fill(64);
+    song->channelPan.fill(128);
+
+    // The order table: the song length's worth, as far as the header holds it.
+    const size_t tableRoom = std::min<size_t>(headerSize - XM_SONG_FIELDS, XM_MAX_ORDERS);
+    const size_t orders = std::min<size_t>(songLength, tableRoom);
+    if (orders < songLength) warnings.add("XM: song length beyond the header's order table cut");
+    {
+        std::array<uint8_t, XM_MAX_ORDERS> table{};
+        in.seek(80);
+        in.bytes(table.data(), orders);
+        if (!song->orders.dupBuffer(table.data(), orders)) return fail("Insufficient memory");
+        song->orderCount = static_cast<uint16_t>(orders);
+        song->hasOrders = true;
+    }
+
+    // Patterns.
+    PatternBuilder builder(channels);
+    size_t pos = XM_PREAMBLE + size_t{headerSize};
+    bool ended = pos > size;
+    const unsigned keptPatterns = std::min<unsigned>(patterns, XM_MAX_PATTERNS);
+    for (unsigned p = 0; p < patterns; ++p) {
+        if (ended || size - pos < 9) {
+            if (!ended) warnings.add("XM: the file ends inside the patterns; the rest are empty");
+            ended = true;
+            if (p < keptPatterns) builder.beginPattern(64);
+            continue;
+        }
+        const uint32_t length = rd32le(data + pos);
+        unsigned rows = rd16le(data + pos + 5);
+        const uint16_t packed = rd16le(data + pos + 7);
+        if (data[pos + 4] != 0) warnings.add("XM: unknown pattern packing type ignored");
+        if (rows > XM_MAX_ROWS) {
+            warnings.add("XM: patterns longer than 1024 rows cut");
+            rows = XM_MAX_ROWS;
+        }
+        const size_t dataAt = pos + std::max<uint32_t>(length, 9);
+        if (p < keptPatterns) {
+            builder.beginPattern(rows);
+            if (dataAt < size) readPattern(data + dataAt, std::min<size_t>(packed, size - dataAt), rows, channels, builder, warnings);
+        }
+        if (dataAt > size || size - dataAt < packed) {
+            warnings.add("XM: the file ends inside the patterns; the rest are empty");
+            ended = true;
+            continue;
+        }
+        pos = dataAt + packed;
+    }
+    if (!builder.finish(*song)) return fail("Insufficient memory");
+
+    // Instruments and their samples; those the file has no room for are empty.
+    in.seek(pos);
+    for (unsigned i = 0; i < instruments; ++i) {
+        if (ended) {
+            song->instruments.push_back(emptyInstrument());
+            continue;
+        }
+        if (!readInstrument(in, i + 1, *song, warnings, ended)) return fail("Insufficient memory");
+    }
+    song->instrumentCount = static_cast<uint16_t>(song->instruments.size());
+    song->sampleCount = static_cast<uint16_t>(song->samples.size());
+
+    if (!ended) readTrailingChunks(in, *song, warnings);
+
+    ReadResult result;
+    warnings.moveTo(result);
+    result.song = std::move(song);
+    return result;
+}
+
+}  // namespace deqaz

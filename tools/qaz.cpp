@@ -1,0 +1,133 @@
+// qaz: the QAZ encoder. Reads an IT, XM, S3M, MOD or MTM module and writes it as a QAZ file that
+// deqaz converts back.
+//   qaz [-y] [-s] [-c CODING] [-v VERSION] infile [outfile]
+// CODING: raw, delta, predict (lossless; default predict), vorbis[:QUALITY] (-0.1 to 1.0,
+// default 0.4, header pages shared between samples), mp3[:KBPS] (default 128).
+// infile/outfile may be STDIN/STDOUT. Without outfile the name is infile with ".qaz".
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "container/qaz_writer.hpp"
+#include "driver/output_file.hpp"
+#include "readers/module_reader.hpp"
+
+using namespace deqaz;
+
+namespace {
+
+const char USAGE[] =
+    "Usage: qaz [-y] [-s] [-c coding] [-v version] infile [outfile]\n"
+    "   -y = always overwrite\n"
+    "   -s = silent mode (no text output, always overwrite)\n"
+    "   -c = sample coding: raw, delta, predict (default), vorbis[:quality], mp3[:kbps]\n"
+    "   -v = container version 4 or 5 (default 5)\n"
+    "   infile/outfile can be STDIN/STDOUT to use standard input/output\n";
+
+bool readAll(std::FILE* f, std::vector<uint8_t>& data) {
+    uint8_t chunk[65536];
+    size_t n;
+    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) data.insert(data.end(), chunk, chunk + n);
+    return !std::ferror(f);
+}
+
+// Sets every sample with data of its own to the chosen lossless coding.
+void setLossless(SongHeader& song, uint16_t coding) {
+    for (SampleRecord& s : song.samples)
+        if (s.storedSize >= 0) s.flags = static_cast<uint16_t>((s.flags & ~SF_CODING_MASK) | coding);
+}
+
+bool parseCoding(const std::string& arg, QazWriteOptions& options, uint16_t& lossless) {
+    const std::string name = arg.substr(0, arg.find(':'));
+    const char* value = arg.find(':') == std::string::npos ? nullptr : arg.c_str() + arg.find(':') + 1;
+    if (name == "raw") lossless = 0;
+    else if (name == "delta") lossless = SF_DELTA;
+    else if (name == "predict") lossless = SF_PREDICT;
+    else if (name == "vorbis") {
+        options.lossy = LossyCoding::Vorbis;
+        options.shareVorbisHeaders = true;
+        if (value) options.vorbisQuality = std::strtof(value, nullptr);
+        return options.vorbisQuality >= -0.1f && options.vorbisQuality <= 1.0f;
+    } else if (name == "mp3") {
+        options.lossy = LossyCoding::Layer3;
+        if (value) options.layer3Bitrate = std::atoi(value);
+        return options.layer3Bitrate >= 8 && options.layer3Bitrate <= 320;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    int silent = 0, overwrite = 0;
+    QazWriteOptions options;
+    uint16_t lossless = SF_PREDICT;
+    std::string coding = "predict";
+    int arg = 1;
+    for (; arg < argc && argv[arg][0] == '-' && std::strlen(argv[arg]) == 2; ++arg) {
+        const char sw = argv[arg][1];
+        if (sw == 'y') ++overwrite;
+        else if (sw == 's') ++silent;
+        else if ((sw == 'c' || sw == 'v') && arg + 1 < argc) {
+            const std::string value = argv[++arg];
+            if (sw == 'c') coding = value;
+            else options.version = static_cast<uint8_t>(std::atoi(value.c_str()));
+        }
+    }
+    if (arg >= argc || !parseCoding(coding, options, lossless) || (options.version != 4 && options.version != 5)) {
+        std::fputs(USAGE, stderr);
+        return 1;
+    }
+    const char* inputName = argv[arg];
+    const char* outputArg = arg + 1 < argc ? argv[arg + 1] : nullptr;
+    auto say = [&](const std::string& text) {
+        if (!silent) std::fputs(text.c_str(), stderr);
+    };
+
+    std::vector<uint8_t> data;
+    const bool isStdin = std::strcmp(inputName, "STDIN") == 0;
+    std::FILE* in = isStdin ? stdin : std::fopen(inputName, "rb");
+    if (!in) {
+        say(std::string("error: Can't open file :") + inputName + "\n");
+        return 2;
+    }
+    const bool readOk = readAll(in, data);
+    if (!isStdin) std::fclose(in);
+    if (!readOk) {
+        say(std::string("error: Can't read file :") + inputName + "\n");
+        return 2;
+    }
+
+    ReadResult read = readModule(data.data(), data.size());
+    if (!read.song) {
+        say("error: " + read.error + "\n");
+        return 3;
+    }
+    for (const std::string& w : read.warnings) say("warn: " + w + "\n");
+    if (options.lossy == LossyCoding::None) setLossless(*read.song, lossless);
+    say("name: " + read.song->name + "\noriginal format: " + std::to_string(read.song->channels) + "ch " +
+        originExtension(read.song->origin()) + "\n");
+
+    std::vector<uint8_t> qaz = writeQaz(*read.song, options);
+    if (qaz.empty()) {
+        say("error: A sample could not be encoded!\n");
+        return 3;
+    }
+    std::string name;
+    if (!formOutputName(inputName, outputArg, "qaz", name)) {
+        say("error: Output file name is too long!\n");
+        return 4;
+    }
+    if (!overwrite && !silent && !isStdin && !confirmOverwrite(name.c_str(), stdin, stderr)) return 0;
+    if (!writeOutputFile(name.c_str(), qaz.data(), qaz.size(), stdout)) {
+        say("error: Can't create file!\n");
+        return 4;
+    }
+    say("done: " + std::to_string(data.size()) + " -> " + std::to_string(qaz.size()) + "\n");
+    return 0;
+}

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Sets up and builds DEQAZ, then runs every test twice: in the normal build and in a build with
-# AddressSanitizer and UndefinedBehaviorSanitizer.
+# AddressSanitizer and UndefinedBehaviorSanitizer; then runs each fuzz target briefly.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh build
@@ -10,4 +10,23 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 status=0
 ctest --test-dir build --output-on-failure -j"$(nproc)" || status=1
 ctest --test-dir build-asan --output-on-failure -j"$(nproc)" || status=1
+
+# Fuzz smoke run: every libFuzzer target (clang, ASan + UBSan) for about ten seconds from freshly
+# written seeds. A crash, a sanitizer report, a failed property check or a timeout fails the run;
+# the input that did it is left as build-fuzz/smoke-<target>-{crash,timeout,oom}-* (fuzz/README.md).
+cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDEQAZ_FUZZ=ON -DDEQAZ_TESTS=OFF \
+  -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang >/dev/null
+cmake --build build-fuzz --target fuzz_all -j"$(nproc)"
+rm -rf build-fuzz/seeds
+build-fuzz/fuzz/make_seeds build-fuzz/seeds >/dev/null
+for target in convert unpack predict vorbis layer3 tracks; do
+  scratch=$(mktemp -d)
+  if ! build-fuzz/fuzz/fuzz_$target -dict=fuzz/qaz.dict -max_total_time=10 -timeout=60 \
+      -artifact_prefix=build-fuzz/smoke-$target- "$scratch" build-fuzz/seeds/$target \
+      >build-fuzz/smoke-$target.log 2>&1; then
+    echo "fuzz_$target failed: see build-fuzz/smoke-$target.log"
+    status=1
+  fi
+  rm -rf "$scratch"
+done
 exit $status

@@ -1,32 +1,20 @@
+// Loading QAZ files made by the project's writer: every record kind, version differences, the
+// extra chunk list, sample data placement, copies, loop clamping and every failure path.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 #include "common/endian.hpp"
-#include "container/loader.hpp"
 #include "container/qaz_writer.hpp"
+#include "support/module_builder.hpp"
 #include "support/qaz_fixtures.hpp"
 
-using namespace deqaz;
-using namespace deqaz::testing;
-
+namespace deqaz {
 namespace {
 
-struct Loaded {
-    std::unique_ptr<SongHeader> song;
-    std::string error;
-};
+using namespace deqaz::test;
 
-Loaded load(const std::vector<uint8_t>& file) {
-    InputStream in{file.data(), static_cast<uint32_t>(file.size()), 0};
-    Diagnostics diag;
-    Loaded r;
-    r.song = loadModule(in, diag);
-    r.error = diag.errorText;
-    EXPECT_EQ(in.inputData, file.data());  // the stream describes the whole file again
-    EXPECT_EQ(in.inputSize, file.size());
-    return r;
-}
+Loaded load(const std::vector<uint8_t>& file) { return loadQaz(file); }
 
 QazWriteOptions withVersion(uint8_t version) {
     QazWriteOptions o;
@@ -35,16 +23,10 @@ QazWriteOptions withVersion(uint8_t version) {
 }
 
 SongHeader oneSampleModule(uint16_t flags, uint32_t length) {
-    SongHeader song = makeMinimalModule(SH_ORIGIN_IT);
-    song.sampleCount = 1;
-    song.samples.resize(1);
-    song.samples[0].flags = flags;
-    song.samples[0].length = length;
-    fillPcm(song.samples[0], 7);
+    SongHeader song = makeOnePatternSong(SH_ORIGIN_IT, 4);
+    addSample(song, flags, length, 7);
     return song;
 }
-
-}  // namespace
 
 TEST(Loader, EveryRecordKindReadsBackAsWritten) {
     SongHeader song = makeRichModule();
@@ -90,7 +72,7 @@ TEST(Loader, OldFilesConvertLinearItFrequencies) {
 }
 
 TEST(Loader, HeaderAndBodyFailures) {
-    const std::vector<uint8_t> good = writeQaz(makeMinimalModule(SH_ORIGIN_MOD), withVersion(5));
+    const std::vector<uint8_t> good = writeQaz(makeOnePatternSong(SH_ORIGIN_MOD, 4), withVersion(5));
     ASSERT_TRUE(load(good).song);
 
     auto withByte = [&](size_t at, uint8_t v) {
@@ -118,7 +100,7 @@ TEST(Loader, HeaderAndBodyFailures) {
 TEST(Loader, ShortBodyReadsAsZeros) {
     // A version 4 body that stops inside the song header: the rest reads as zeros, so the module
     // has no channels, patterns or samples, and an order list of 0 entries still counts.
-    SongHeader song = makeMinimalModule(SH_ORIGIN_S3M);
+    SongHeader song = makeOnePatternSong(SH_ORIGIN_S3M, 4);
     std::vector<uint8_t> body = buildBody(song, 4, {});
     body.resize(song.name.size() + 1 + 1 + 14);  // up to the initial speed
     Loaded r = load(assembleQaz(body, 4, {}));
@@ -130,7 +112,7 @@ TEST(Loader, ShortBodyReadsAsZeros) {
 }
 
 TEST(Loader, ExtraChunkList) {
-    SongHeader song = makeMinimalModule(SH_ORIGIN_IT | SH_EXTRA_CHUNKS);
+    SongHeader song = makeOnePatternSong(SH_ORIGIN_IT | SH_EXTRA_CHUNKS, 4);
     std::vector<uint8_t> base = buildBody(song, 5, {});
     base.pop_back();  // the writer's empty list: flag byte 0 and terminator 0
     base.pop_back();
@@ -167,7 +149,7 @@ TEST(Loader, ExtraChunkList) {
 }
 
 TEST(Loader, TrackCountsPastTheBodyAreCut) {
-    SongHeader song = makeMinimalModule(SH_ORIGIN_IT);
+    SongHeader song = makeOnePatternSong(SH_ORIGIN_IT, 4);
     std::vector<uint8_t> body = buildBody(song, 5, {});
     // The last track is the byte 0 after its count: claim 1000 bytes instead.
     size_t countAt = body.size() - 5;
@@ -197,19 +179,10 @@ TEST(Loader, LoopsAreClampedToTheData) {
 }
 
 TEST(Loader, CopiesOfOtherSamples) {
-    SongHeader song = makeMinimalModule(SH_ORIGIN_IT);
-    song.sampleCount = 3;
-    song.samples.resize(3);
-    song.samples[0].flags = SF_16BIT | SF_STEREO;
-    song.samples[0].length = 300;
-    fillPcm(song.samples[0], 3);
-    song.samples[1].length = 200;  // raw 8-bit
-    fillPcm(song.samples[1], 4);
-    song.samples[2].length = 500;  // copies sample 0, which is shorter
-    song.samples[2].storedSize = -2;
-    song.samples[2].flags = SF_16BIT | SF_STEREO | SF_LOOP;
-    song.samples[2].loopStart = 10;
-    song.samples[2].loopEnd = 600;
+    SongHeader song = makeOnePatternSong(SH_ORIGIN_IT, 4);
+    addSample(song, SF_16BIT | SF_STEREO, 300, 3);
+    addSample(song, 0, 200, 4);                                                 // raw 8-bit
+    addLoopedSample(song, SF_16BIT | SF_STEREO, 500, 10, 600).storedSize = -2;  // copies the shorter sample 0
     Loaded r = load(writeQaz(song));
     ASSERT_TRUE(r.song) << r.error;
     const SampleRecord& copy = r.song->samples[2];
@@ -253,19 +226,12 @@ TEST(Loader, SampleDataPlacementAndShortInput) {
 TEST(Loader, SharedHeaderSamplesCarryTheirSourceIndex) {
     // SF_COMPRESSED with SF_PREDICT stores two more bytes after the record; the records after it
     // must still line up. The data are not Ogg, so they decode as (silent) Layer III.
-    SongHeader song = makeMinimalModule(0);
-    song.sampleCount = 3;
-    song.samples.resize(3);
-    song.samples[0].flags = SF_COMPRESSED;
-    song.samples[0].length = 10;
-    song.samples[1].flags = SF_COMPRESSED | SF_PREDICT;
-    song.samples[1].length = 10;
-    song.samples[1].headerSource = -1;
+    SongHeader song = makeOnePatternSong(0, 4);
+    addSample(song, SF_COMPRESSED, 10);
+    addSample(song, SF_COMPRESSED | SF_PREDICT, 10).headerSource = -1;
     song.samples[1].codecParam = 3;
-    song.samples[2].length = 4;
-    song.samples[2].volume = 33;
+    addSample(song, 0, 4).volume = 33;
     song.samples[2].name = "after";
-    fillPcm(song.samples[2], 1);
     QazWriteOptions opt;
     opt.codedData = {std::vector<uint8_t>{1, 2, 3, 4, 5}, std::vector<uint8_t>{6, 7}, std::nullopt};
     Loaded r = load(writeQaz(song, opt));
@@ -277,3 +243,6 @@ TEST(Loader, SharedHeaderSamplesCarryTheirSourceIndex) {
     EXPECT_EQ(r.song->samples[2].pcm[0][3], song.samples[2].pcm[0][3]);
     for (int k = 0; k < 10; ++k) EXPECT_EQ(r.song->samples[1].pcm[0][k], 0);
 }
+
+}  // namespace
+}  // namespace deqaz

@@ -3,23 +3,16 @@
 // are read back with libxmp and compared with the module they came from.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
 #include "container/qaz_writer.hpp"
 #include "support/module_builder.hpp"
 #include "support/run_process.hpp"
+#include "support/temp_dir.hpp"
 #include "support/xmp_compare.hpp"
 
 namespace deqaz {
 namespace {
 
 using namespace deqaz::test;
-namespace fs = std::filesystem;
 
 struct Format {
     const char* name;
@@ -46,10 +39,7 @@ SongHeader makeSource(const Format& f) {
     SongHeader song = makeSong(f.flags, 4);
     song.name = "convert me";
     std::vector<uint16_t> codings = {0, SF_DELTA, SF_PREDICT};
-    std::vector<uint16_t> wide;
-    if (f.wideSamples)
-        for (uint16_t c : codings) wide.push_back(static_cast<uint16_t>(c | SF_16BIT));
-    codings.insert(codings.end(), wide.begin(), wide.end());
+    if (f.wideSamples) codings.insert(codings.end(), {SF_16BIT, SF_DELTA | SF_16BIT, SF_PREDICT | SF_16BIT});
     for (size_t i = 0; i < codings.size(); ++i) {
         SampleRecord& s = addSample(song, codings[i], static_cast<uint32_t>(200 + 64 * i), static_cast<unsigned>(i + 1));
         s.name = "sample " + std::to_string(i);
@@ -90,27 +80,18 @@ SongHeader makeSource(const Format& f) {
 
 class Convert : public ::testing::TestWithParam<Format> {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/deqaz-convert-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-
+    // Runs deqaz on the QAZ file; each conversion writes a fresh file, so there is no prompt.
     std::vector<uint8_t> convert(const std::vector<uint8_t>& qaz, std::string& messages) {
-        fs::path in = dir_ / "song.qaz";
-        fs::path out = dir_ / (std::string("song.") + GetParam().extension);
-        fs::remove(out);  // each conversion writes a fresh file, with no overwrite prompt
-        std::ofstream(in, std::ios::binary).write(reinterpret_cast<const char*>(qaz.data()), static_cast<long>(qaz.size()));
-        ProcessResult r = runProcess({DEQAZ_BINARY, in.string()});
+        const std::string out = std::string("song.") + GetParam().extension;
+        fs::remove(dir / out);
+        dir.put("song.qaz", qaz);
+        ProcessResult r = runProcess({DEQAZ_BINARY, (dir / "song.qaz").string()});
         EXPECT_EQ(r.exitCode, 0) << r.err;
+        EXPECT_TRUE(dir.exists(out));
         messages = r.err;
-        std::ifstream file(out, std::ios::binary);
-        EXPECT_TRUE(file.good()) << out;
-        return {std::istreambuf_iterator<char>(file), {}};
+        return readBytes(dir / out);
     }
-
-    fs::path dir_;
+    TempDir dir;
 };
 
 TEST_P(Convert, WrittenModuleHoldsTheSourceModule) {
@@ -125,13 +106,13 @@ TEST_P(Convert, WrittenModuleHoldsTheSourceModule) {
         QazWriteOptions options;
         options.version = version;
         std::string messages;
-        std::vector<uint8_t> written = convert(writeQaz(source, options), messages);
+        const std::vector<uint8_t> qaz = writeQaz(source, options);
+        std::vector<uint8_t> written = convert(qaz, messages);
         // The conversion writes exactly what the writer makes of the source module.
         EXPECT_TRUE(written == expected) << "output differs from the module written directly";
         // After the banner, exactly these lines, in this order.
-        const std::string qazSize = std::to_string(writeQaz(source, options).size());
         const std::string tail = std::string("loading...\nname: convert me\noriginal format: 4ch ") + f.extension +
-                                 "\ndone: " + qazSize + " -> " + std::to_string(expected.size()) + "\n";
+                                 "\ndone: " + std::to_string(qaz.size()) + " -> " + std::to_string(expected.size()) + "\n";
         ASSERT_GE(messages.size(), tail.size());
         EXPECT_EQ(messages.substr(messages.size() - tail.size()), tail);
         EXPECT_EQ(messages.rfind("DEQAZ 2.4 - QAZ to IT/XM/S3M/MOD/MTM decoder\n", 0), 0u);
@@ -146,10 +127,7 @@ TEST_P(Convert, WrittenModuleHoldsTheSourceModule) {
         ASSERT_GE(m.len, 4);
         for (int o = 0; o < 4; ++o) EXPECT_EQ(m.xxo[o], o == 1 || o == 2 ? 1 : 0);
         ASSERT_GE(m.smp, source.sampleCount);  // libxmp reports 31 slots for every MOD
-        for (int i = 0; i < source.sampleCount; ++i) {
-            EXPECT_EQ(m.xxs[i].len, static_cast<int>(source.samples[i].length)) << "sample " << i;
-            EXPECT_TRUE(x.samplePcm(i) == pcmOf(source.samples[i])) << "sample data " << i;
-        }
+        for (int i = 0; i < source.sampleCount; ++i) expectSample(x, i, source.samples[i]);
         // Notes land on the same rows and channels, with the same instruments.
         for (int p = 0; p < 2; ++p) {
             for (int r = 0; r < 64; ++r) {

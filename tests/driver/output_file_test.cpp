@@ -7,41 +7,29 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <future>
-#include <iterator>
 #include <string>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "driver/output_file.hpp"
+#include "support/temp_dir.hpp"
 
 namespace deqaz {
 namespace {
 
-namespace fs = std::filesystem;
-
-TEST(OutputName, StripExtensionCutsOnlyTheFileExtension) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"song.qaz", "song"},       {"music/a.b.qaz", "music/a.b"}, {"dir.v2/song", "dir.v2/song"},
-        {"dir.v2\\song", "dir.v2\\song"}, {"a.b\\c.d", "a.b\\c"},   {"plain", "plain"},
-        {"trailing.", "trailing"},  {".hidden", ""},                {"./song", "./song"},
-    };
-    for (const auto& [in, out] : cases) {
-        std::string name = in;
-        stripExtension(name);
-        EXPECT_EQ(name, out) << in;
-    }
-}
+using namespace deqaz::test;
 
 TEST(OutputName, FormedFromInputOrTakenFromTheCommandLine) {
+    // Only the extension after the last "/" or "\\" goes.
     std::string name;
     const char* cases[][3] = {
-        {"song.qaz", "it", "song.it"},           {"music/a.b.qaz", "xm", "music/a.b.xm"},
+        {"song.qaz", "it", "song.it"},             {"music/a.b.qaz", "xm", "music/a.b.xm"},
         {"dir.v2/song", "mod", "dir.v2/song.mod"}, {"dir.v2\\song", "mod", "dir.v2\\song.mod"},
-        {"STDIN", "s3m", "STDIN.s3m"},           {"x.mtm.qaz", "mtm", "x.mtm.mtm"},
+        {"STDIN", "s3m", "STDIN.s3m"},             {"x.mtm.qaz", "mtm", "x.mtm.mtm"},
+        {"a.b\\c.d", "it", "a.b\\c.it"},           {"trailing.", "it", "trailing.it"},
+        {".hidden", "xm", ".xm"},                  {"./song", "it", "./song.it"},
     };
     for (const auto& c : cases) {
         ASSERT_TRUE(formOutputName(c[0], nullptr, c[1], name)) << c[0];
@@ -64,40 +52,23 @@ TEST(OutputName, FormedFromInputOrTakenFromTheCommandLine) {
 
 class OutputFileTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "deqaz-out-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        dir_ = pattern;
-        existing_ = (dir_ / "song.it").string();
-        std::ofstream(existing_, std::ios::binary) << "old";
-    }
-    void TearDown() override { fs::remove_all(dir_); }
+    void SetUp() override { dir.put("song.it", "old"); }
 
-    static std::string readAll(const fs::path& path) {
-        std::ifstream f(path, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(f), {});
-    }
-    static std::string readAll(std::FILE* f) {
-        std::rewind(f);
-        std::string s;
-        for (int c; (c = std::fgetc(f)) != EOF;) s += static_cast<char>(c);
-        return s;
-    }
     // confirmOverwrite with keys from a stream that is not a terminal; returns answer + messages.
     std::pair<bool, std::string> askWithKeys(const std::string& name, const std::string& keys) {
         std::FILE* in = std::tmpfile();
         std::FILE* err = std::tmpfile();
         std::fputs(keys.c_str(), in);
         std::rewind(in);
-        bool yes = confirmOverwrite(name.c_str(), in, err);
-        std::string text = readAll(err);
+        const bool yes = confirmOverwrite(name.c_str(), in, err);
+        const std::string text = readStream(err);
         std::fclose(in);
         std::fclose(err);
         return {yes, text};
     }
 
-    fs::path dir_;
-    std::string existing_;
+    TempDir dir;
+    const std::string existing_ = (dir / "song.it").string();
 };
 
 TEST_F(OutputFileTest, PromptWithoutATerminal) {
@@ -110,7 +81,7 @@ TEST_F(OutputFileTest, PromptWithoutATerminal) {
     EXPECT_EQ(askWithKeys(existing_, ""), std::make_pair(false, prompt + "No\n"));
     EXPECT_EQ(askWithKeys(existing_, "qqq"), std::make_pair(false, prompt + "No\n"));
     // No file of that name: yes at once, nothing asked.
-    EXPECT_EQ(askWithKeys((dir_ / "new.it").string(), "n"), std::make_pair(true, std::string()));
+    EXPECT_EQ(askWithKeys((dir / "new.it").string(), "n"), std::make_pair(true, std::string()));
 }
 
 // The question as a user meets it: stdin and stderr on a pseudo-terminal in its normal
@@ -187,7 +158,7 @@ TEST_F(PromptOnTerminal, OtherKeysIgnoredThenNo) {
     // No key echoed; the answer stands after the question (a line feed shown as CR LF once
     // the terminal is back to normal).
     EXPECT_EQ(screen(), existing_ + " exists, overwrite? (Y/N) No\r\n");
-    EXPECT_EQ(readAll(fs::path(existing_)), "old");
+    EXPECT_EQ(readFile(existing_), "old");
 }
 
 TEST_F(PromptOnTerminal, YesRestoresTheTerminal) {
@@ -210,16 +181,16 @@ TEST_F(PromptOnTerminal, HangUpAnswersNo) {
 TEST_F(OutputFileTest, WritesTheWholeBufferOnce) {
     const uint8_t data[] = {'N', 'E', 'W', 0, 0xFF};
     ASSERT_TRUE(writeOutputFile(existing_.c_str(), data, sizeof data, stdout));
-    EXPECT_EQ(readAll(fs::path(existing_)), std::string("NEW\0\xff", 5));
+    EXPECT_EQ(readFile(existing_), std::string("NEW\0\xff", 5));
 
     std::FILE* out = std::tmpfile();
     ASSERT_TRUE(writeOutputFile("STDOUT", data, sizeof data, out));
-    EXPECT_EQ(readAll(out), std::string("NEW\0\xff", 5));
+    EXPECT_EQ(readStream(out), std::string("NEW\0\xff", 5));
     std::fclose(out);
 
-    std::string missingDir = (dir_ / "none" / "x.it").string();
+    const std::string missingDir = (dir / "none" / "x.it").string();
     EXPECT_FALSE(writeOutputFile(missingDir.c_str(), data, sizeof data, stdout));
-    EXPECT_FALSE(fs::exists(dir_ / "none"));
+    EXPECT_FALSE(dir.exists("none"));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // MPEG Layer III sample decoding, checked against the mpg123 command-line player decoding the
 // same frames, and the LAME encoder wrapper that makes such samples.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
@@ -12,27 +11,15 @@
 
 #include "samples/lossy.hpp"
 #include "samples/lossy_encode.hpp"
+#include "support/run_process.hpp"
+#include "support/signals.hpp"
 
 namespace deqaz {
 namespace {
 
-// Decaying plucked notes with harmonics over a quieter chord, a different voicing per channel.
-std::vector<int16_t> musicalSignal(size_t frames, int channels, double rate) {
-    std::vector<int16_t> pcm(frames * channels);
-    const double notes[] = {220.0, 277.18, 329.63, 440.0};
-    for (size_t i = 0; i < frames; ++i) {
-        const double t = i / rate;
-        for (int c = 0; c < channels; ++c) {
-            const double f = notes[(i * 4 / frames + c) % 4];
-            double v = 0;
-            for (int h = 1; h <= 4; ++h) v += std::sin(2 * M_PI * f * h * t) / h;
-            v *= 0.5 * std::exp(-6 * std::fmod(t, 0.25));
-            v += 0.15 * std::sin(2 * M_PI * 110.0 * (c + 1) * t) + 0.1 * std::sin(2 * M_PI * 164.8 * t);
-            pcm[i * channels + c] = static_cast<int16_t>(v * 20000);
-        }
-    }
-    return pcm;
-}
+using test::musicalSignal;
+using test::expectRunThenSilence;
+using test::snrDb;
 
 std::vector<uint8_t> encode(int channels, long rate, int kbps, size_t frames = 9000, bool crc = false) {
     const auto enc = encodeLayer3(musicalSignal(frames, channels, rate).data(), frames, channels, rate, kbps, crc);
@@ -64,20 +51,12 @@ std::vector<size_t> frameStarts(const std::vector<uint8_t>& s) {
 
 // Independent decode: the mpg123 player, no gapless trimming, raw 16-bit output.
 std::vector<int16_t> mpg123Tool(const std::vector<uint8_t>& stream, bool mix = false) {
-    char path[] = "/tmp/layer3_testXXXXXX";
-    const int fd = mkstemp(path);
-    EXPECT_GE(fd, 0);
-    EXPECT_EQ(write(fd, stream.data(), stream.size()), static_cast<ssize_t>(stream.size()));
-    close(fd);
-    std::vector<int16_t> out;
-    const std::string cmd = std::string("mpg123 -q --no-gapless ") + (mix ? "-m " : "") + "-s " + path;
-    if (FILE* p = popen(cmd.c_str(), "r")) {
-        int16_t buf[4096];
-        size_t n;
-        while ((n = fread(buf, 2, 4096, p)) > 0) out.insert(out.end(), buf, buf + n);
-        pclose(p);
-    }
-    unlink(path);
+    std::vector<std::string> args = {"/usr/bin/mpg123", "-q", "--no-gapless", "-s", "-"};
+    if (mix) args.insert(args.begin() + 3, "-m");
+    const test::ProcessResult r = test::runProcess(args, {"", std::string(stream.begin(), stream.end())});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    std::vector<int16_t> out(r.out.size() / 2);
+    std::memcpy(out.data(), r.out.data(), out.size() * 2);
     return out;
 }
 
@@ -85,17 +64,6 @@ std::vector<int16_t> decode(const std::vector<uint8_t>& stream, size_t values, u
     std::vector<int16_t> out(values, 0x5A5A);
     decodeLayer3Sample(stream.data(), stream.size(), codecParam, out.data(), values * 2);
     return out;
-}
-
-// Expects `out[i] == ref[from + i]` (within `tolerance`) for i < n and zeros after.
-void expectRunThenSilence(const std::vector<int16_t>& out, const std::vector<int16_t>& ref, size_t n,
-                          size_t from = 0, int tolerance = 0) {
-    ASSERT_LE(from + n, ref.size());
-    ASSERT_LE(n, out.size());
-    size_t bad = 0;
-    for (size_t i = 0; i < n; ++i) bad += std::abs(out[i] - ref[from + i]) > tolerance;
-    EXPECT_EQ(bad, 0u) << "values differing among the first " << n;
-    for (size_t i = n; i < out.size(); ++i) ASSERT_EQ(out[i], 0) << "at " << i;
 }
 
 TEST(Layer3Decode, MatchesMpg123AcrossVersionsRatesAndChannels) {
@@ -256,15 +224,6 @@ TEST(Layer3Decode, DamagedStreamsNeverCrash) {
     std::vector<int16_t> none(10, 7);
     decodeLayer3Sample(nullptr, 0, 0, none.data(), 20);
     EXPECT_EQ(none, std::vector<int16_t>(10, 0));
-}
-
-double snrDb(const std::vector<int16_t>& a, const std::vector<int16_t>& b) {
-    double sig = 0, err = 0;
-    for (size_t i = 0; i < a.size(); ++i) {
-        sig += double(a[i]) * a[i];
-        err += (double(a[i]) - b[i]) * (double(a[i]) - b[i]);
-    }
-    return 10 * std::log10(sig / std::max(err, 1.0));
 }
 
 TEST(Layer3RoundTrip, DelayAlignsAndSignalToNoise) {

@@ -1,7 +1,7 @@
 #include "support/module_builder.hpp"
 
+#include <algorithm>
 #include <cstdio>
-#include <memory>
 #include <stdexcept>
 
 namespace deqaz::test {
@@ -17,6 +17,13 @@ SongHeader makeSong(uint32_t flags, unsigned channels) {
     song.channelVolume.fill(64);
     song.channelPan.fill(128);
     song.hasOrders = true;
+    return song;
+}
+
+SongHeader makeOnePatternSong(uint32_t flags, unsigned channels) {
+    SongHeader song = makeSong(flags, channels);
+    addPattern(song, 64, std::vector<uint16_t>(channels, addTrackBytes(song, {0})));
+    setOrders(song, {0});
     return song;
 }
 
@@ -68,6 +75,21 @@ void setOrders(SongHeader& song, const std::vector<uint8_t>& orders) {
     song.hasOrders = true;
 }
 
+void fillPcm(SampleRecord& smp, uint32_t seed) {
+    const int channels = (smp.flags & SF_STEREO) ? 2 : 1;
+    uint32_t x = seed * 2654435761u + 1;
+    for (int c = 0; c < channels; ++c) {
+        if (!smp.pcm[c].allocate(smp.length)) throw std::bad_alloc();
+        int32_t v = 0;
+        for (uint32_t k = 0; k < smp.length; ++k) {
+            x = x * 1103515245u + 12345u;
+            v = std::clamp<int32_t>(v + static_cast<int32_t>((x >> 16) % 2001) - 1000, -32768, 32767);
+            const auto point = static_cast<int16_t>(v);
+            smp.pcm[c][k] = (smp.flags & SF_16BIT) ? point : static_cast<int16_t>(point & 0xFF00);
+        }
+    }
+}
+
 SampleRecord& addSample(SongHeader& song, uint16_t flags, uint32_t length, unsigned seed) {
     SampleRecord& smp = song.samples.emplace_back();
     smp.flags = flags;
@@ -76,18 +98,15 @@ SampleRecord& addSample(SongHeader& song, uint16_t flags, uint32_t length, unsig
     smp.volume = 64;
     smp.globalVolume = 64;
     song.sampleCount = static_cast<uint16_t>(song.samples.size());
-    if (length == 0) return smp;
-    const int channels = (flags & SF_STEREO) ? 2 : 1;
-    uint32_t state = seed * 2654435761u + 12345u;
-    for (int ch = 0; ch < channels; ++ch) {
-        if (!smp.pcm[ch].allocate(length)) throw std::bad_alloc();
-        for (uint32_t i = 0; i < length; ++i) {
-            state = state * 1664525u + 1013904223u;
-            auto value = static_cast<uint16_t>(state >> 16);
-            if (!(flags & SF_16BIT)) value &= 0xFF00;  // 8-bit points live in the high byte
-            smp.pcm[ch][i] = static_cast<int16_t>(value);
-        }
-    }
+    if (length) fillPcm(smp, seed);
+    return smp;
+}
+
+SampleRecord& addLoopedSample(SongHeader& song, uint16_t flags, uint32_t length, uint32_t loopStart, uint32_t loopEnd,
+                              unsigned seed) {
+    SampleRecord& smp = addSample(song, flags | SF_LOOP, length, seed);
+    smp.loopStart = loopStart;
+    smp.loopEnd = loopEnd;
     return smp;
 }
 
@@ -99,33 +118,38 @@ InstrumentRecord& addInstrument(SongHeader& song) {
     return ins;
 }
 
+MessageCapture::MessageCapture(int silentCount) {
+    diag.silentCount = silentCount;
+    diag.err = std::tmpfile();
+    if (!diag.err) throw std::runtime_error("tmpfile");
+}
+
+MessageCapture::~MessageCapture() { std::fclose(diag.err); }
+
+std::string MessageCapture::text() const {
+    std::fflush(diag.err);
+    std::rewind(diag.err);
+    std::string s;
+    char chunk[4096];
+    for (size_t n; (n = std::fread(chunk, 1, sizeof chunk, diag.err)) > 0;) s.append(chunk, n);
+    return s;
+}
+
 namespace {
 
-struct FileCloser {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-};
-
 WriteResult run(SongHeader& song, int silentCount, bool dispatch, void (*writer)(WriteContext&)) {
-    std::unique_ptr<std::FILE, FileCloser> capture(std::tmpfile());
-    if (!capture) throw std::runtime_error("tmpfile");
-    Diagnostics diag;
-    diag.silentCount = silentCount;
-    diag.err = capture.get();
+    MessageCapture capture(silentCount);
     OutputBuffer out;
     WriteResult result;
     if (dispatch) {
-        result.failed = !writeModule(song, out, diag);
+        result.failed = !writeModule(song, out, capture.diag);
     } else {
-        WriteContext ctx{song, out, diag};
+        WriteContext ctx{song, out, capture.diag};
         writer(ctx);
         result.failed = out.failed();
     }
     if (out.outputSize()) result.bytes.assign(out.outputData(), out.outputData() + out.outputSize());
-    std::fflush(capture.get());
-    std::rewind(capture.get());
-    char chunk[4096];
-    size_t n;
-    while ((n = std::fread(chunk, 1, sizeof chunk, capture.get())) > 0) result.messages.append(chunk, n);
+    result.messages = capture.text();
     return result;
 }
 

@@ -20,6 +20,8 @@ inline TrackCommand cmd(uint8_t command, uint8_t parameter) { return {command, p
 // A song with the given flags and channels: speed 6, tempo 125, global volume 128, separation
 // 128, channel volume 64 and pan 128 everywhere; no orders, patterns, tracks or records.
 SongHeader makeSong(uint32_t flags, unsigned channels);
+// The same with track 0 the empty track, one 64-row pattern playing it on every channel, order 0.
+SongHeader makeOnePatternSong(uint32_t flags, unsigned channels);
 
 // Appends a track made of exactly these bytes (the caller includes the terminator) or encoded
 // from rows; returns its index and keeps trackCount in step.
@@ -49,12 +51,27 @@ unsigned addPattern(SongHeader& song, const PatternGrid& grid);
 
 void setOrders(SongHeader& song, const std::vector<uint8_t>& orders);
 
-// Appends a sample with `length` frames of deterministic PCM derived from `seed` (both channels
-// for SF_STEREO; an 8-bit sample's values in the high byte, as decoding leaves them). The
-// reference stays valid until the next sample is added.
+// Gives the sample `length` frames of a deterministic wandering signal derived from `seed` (both
+// channels for SF_STEREO; an 8-bit sample's values in the high byte, as decoding leaves them).
+void fillPcm(SampleRecord& smp, uint32_t seed);
+// Appends a sample with fillPcm's data. The reference stays valid until the next sample is added.
 SampleRecord& addSample(SongHeader& song, uint16_t flags, uint32_t length, unsigned seed = 1);
+// The same with SF_LOOP added and the loop set.
+SampleRecord& addLoopedSample(SongHeader& song, uint16_t flags, uint32_t length, uint32_t loopStart, uint32_t loopEnd,
+                              unsigned seed = 1);
 // Appends an instrument with every note mapped to itself and to no sample.
 InstrumentRecord& addInstrument(SongHeader& song);
+
+// Diagnostics whose message stream is a temporary file; text() reads back what was printed.
+class MessageCapture {
+public:
+    explicit MessageCapture(int silentCount = 0);
+    ~MessageCapture();
+    MessageCapture(const MessageCapture&) = delete;
+    MessageCapture& operator=(const MessageCapture&) = delete;
+    std::string text() const;
+    Diagnostics diag;
+};
 
 // Output of one writer run: the file bytes and what went to the message stream.
 struct WriteResult {

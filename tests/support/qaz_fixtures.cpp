@@ -2,63 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include "container/track_encoder.hpp"
+#include <tuple>
+#include <type_traits>
 
-namespace deqaz::testing {
+#include "container/loader.hpp"
+#include "support/module_builder.hpp"
 
-namespace {
-
-void setTrack(SongHeader& song, size_t index, const std::vector<uint8_t>& bytes) {
-    ASSERT_TRUE(song.tracks[index].dupBuffer(bytes.data(), bytes.size()));
-}
-
-}  // namespace
-
-void fillPcm(SampleRecord& smp, uint32_t seed) {
-    const int channels = (smp.flags & SF_STEREO) ? 2 : 1;
-    uint32_t x = seed * 2654435761u + 1;
-    for (int c = 0; c < channels; ++c) {
-        ASSERT_TRUE(smp.pcm[c].allocate(smp.length));
-        int32_t v = 0;
-        for (uint32_t k = 0; k < smp.length; ++k) {
-            x = x * 1103515245u + 12345u;
-            v += static_cast<int32_t>((x >> 16) % 2001) - 1000;  // a wandering, correlated signal
-            if (v > 32767) v = 32767;
-            if (v < -32768) v = -32768;
-            int16_t point = static_cast<int16_t>(v);
-            if (!(smp.flags & SF_16BIT)) point = static_cast<int16_t>(point & 0xFF00);
-            smp.pcm[c][k] = point;
-        }
-    }
-}
-
-SongHeader makeMinimalModule(uint32_t originFlags) {
-    SongHeader song;
-    song.channels = 4;
-    song.flags = originFlags;
-    song.orderCount = 1;
-    song.patternCount = 1;
-    song.trackCount = 1;
-    song.initialSpeed = 6;
-    song.initialTempo = 125;
-    song.globalVolume = 64;
-    song.name = "minimal";
-    EXPECT_TRUE(song.orders.allocZeroed(1));
-    song.hasOrders = true;
-    EXPECT_TRUE(song.patternTracks.allocZeroed(4));
-    EXPECT_TRUE(song.patternRows.allocZeroed(1));
-    song.patternRows[0] = 64;
-    song.tracks.resize(1);
-    const uint8_t end = 0;
-    EXPECT_TRUE(song.tracks[0].dupBuffer(&end, 1));
-    return song;
-}
+namespace deqaz::test {
 
 SongHeader makeRichModule(uint32_t originFlags) {
-    SongHeader song;
+    SongHeader song = makeSong(0, 3);
     song.name = "every record kind";
     song.message = "line one\rline two";
-    song.channels = 3;
     song.flags = originFlags | SH_EXTRA_CHUNKS | 0x80000000u;  // an unassigned bit is carried too
     song.restartPos = 1;
     song.initialSpeed = 5;
@@ -75,31 +30,20 @@ SongHeader makeRichModule(uint32_t originFlags) {
     song.zxxMacro[0] = 0x100;
     song.zxxMacro[127] = 0xFFFF;
 
-    const std::vector<uint8_t> orders = {0, 1, 2, 1, 0xFE, 0xFF};
-    song.orderCount = static_cast<uint16_t>(orders.size());
-    EXPECT_TRUE(song.orders.dupBuffer(orders.data(), orders.size()));
-    song.hasOrders = true;
-
-    song.patternCount = 3;
-    song.trackCount = 4;
-    EXPECT_TRUE(song.patternRows.allocate(3));
-    song.patternRows[0] = 64;
-    song.patternRows[1] = 32;
-    song.patternRows[2] = 200;
-    EXPECT_TRUE(song.patternTracks.allocate(9));
-    const uint16_t table[9] = {1, 2, 0, 3, 0, 1, 2, 2, 3};  // shared tracks
-    for (int i = 0; i < 9; ++i) song.patternTracks[i] = table[i];
-    song.tracks.resize(4);
-    setTrack(song, 0, {0x00});
+    setOrders(song, {0, 1, 2, 1, 0xFE, 0xFF});
+    addTrackBytes(song, {0x00});
     std::vector<TrackRow> rows(64);
-    rows[0] = {{CMD_NOTE, 48}, {CMD_INSTRUMENT, 0}, {15, 40}};
-    rows[4] = {{CMD_NOTE, 255}};
-    rows[8] = {{CMD_NOTE, 60}, {CMD_INSTRUMENT, 1}, {43, 0xF2}};
-    setTrack(song, 1, encodeTrack(rows));
-    std::vector<TrackRow> runs(32, TrackRow{{6, 0x20}});
-    runs[31] = {{CMD_NOTE, 254}};
-    setTrack(song, 2, encodeTrack(runs));
-    setTrack(song, 3, {0xF0, 0xF0, 0x31, 0x01, 0x30, 0x02, 0x01, 0x30, 0x03, 0x04, 0x00});
+    rows[0] = {note(48), instrument(0), cmd(15, 40)};
+    rows[4] = {note(255)};
+    rows[8] = {note(60), instrument(1), cmd(43, 0xF2)};
+    addTrackRows(song, rows);
+    std::vector<TrackRow> runs(32, TrackRow{cmd(6, 0x20)});
+    runs[31] = {note(254)};
+    addTrackRows(song, runs);
+    addTrackBytes(song, {0xF0, 0xF0, 0x31, 0x01, 0x30, 0x02, 0x01, 0x30, 0x03, 0x04, 0x00});
+    addPattern(song, 64, {1, 2, 0});  // shared tracks
+    addPattern(song, 32, {3, 0, 1});
+    addPattern(song, 200, {2, 2, 3});
 
     song.instrumentCount = 2;
     song.instruments.resize(2);
@@ -208,77 +152,58 @@ SongHeader makeRichModule(uint32_t originFlags) {
     return song;
 }
 
+namespace {
+
+template <class Array>
+auto vec(const Array& a) {
+    return std::vector<std::remove_cvref_t<decltype(*a.begin())>>(a.begin(), a.end());
+}
+
+std::vector<uint8_t> storedHeader(const SongHeader& s) {
+    std::vector<uint8_t> b(SONG_HEADER_STORED_SIZE);
+    storeSongHeader(s, b.data());
+    return b;
+}
+
+auto sampleFields(const SampleRecord& s) {
+    return std::tie(s.frequency, s.relativeNote, s.volume, s.pan, s.length, s.loopStart, s.loopEnd, s.flags,
+                    s.vibratoType, s.vibratoSweep, s.vibratoDepth, s.vibratoSpeed, s.globalVolume, s.sustainStart,
+                    s.sustainEnd, s.codecParam, s.headerSource, s.name, s.fileName);
+}
+
+}  // namespace
+
+Loaded loadQaz(const uint8_t* data, size_t size) {
+    InputStream in{data, static_cast<uint32_t>(size), 0};
+    MessageCapture capture;
+    Loaded r;
+    r.song = loadModule(in, capture.diag);
+    r.error = capture.diag.errorText;
+    EXPECT_EQ(in.inputData, data);  // the stream describes the whole file again
+    EXPECT_EQ(in.inputSize, size);
+    return r;
+}
+
 void expectSameModule(const SongHeader& e, const SongHeader& a) {
+    EXPECT_EQ(storedHeader(e), storedHeader(a));
     EXPECT_EQ(e.name, a.name);
     EXPECT_EQ(e.message, a.message);
-    EXPECT_EQ(e.channels, a.channels);
-    EXPECT_EQ(e.orderCount, a.orderCount);
-    EXPECT_EQ(e.restartPos, a.restartPos);
-    EXPECT_EQ(e.patternCount, a.patternCount);
-    EXPECT_EQ(e.trackCount, a.trackCount);
-    EXPECT_EQ(e.instrumentCount, a.instrumentCount);
-    EXPECT_EQ(e.sampleCount, a.sampleCount);
-    EXPECT_EQ(e.initialSpeed, a.initialSpeed);
-    EXPECT_EQ(e.initialTempo, a.initialTempo);
-    EXPECT_EQ(e.flags, a.flags);
-    EXPECT_EQ(e.globalVolume, a.globalVolume);
-    EXPECT_EQ(e.separation, a.separation);
-    EXPECT_EQ(e.mixVolume, a.mixVolume);
-    EXPECT_EQ(e.channelVolume, a.channelVolume);
-    EXPECT_EQ(e.channelPan, a.channelPan);
-    EXPECT_EQ(e.sfxMacro, a.sfxMacro);
-    EXPECT_EQ(e.zxxMacro, a.zxxMacro);
-    ASSERT_EQ(e.orders.size(), a.orders.size());
-    for (size_t i = 0; i < e.orders.size(); ++i) EXPECT_EQ(e.orders[i], a.orders[i]) << "order " << i;
-    ASSERT_EQ(e.patternTracks.size(), a.patternTracks.size());
-    for (size_t i = 0; i < e.patternTracks.size(); ++i) EXPECT_EQ(e.patternTracks[i], a.patternTracks[i]);
-    ASSERT_EQ(e.patternRows.size(), a.patternRows.size());
-    for (size_t i = 0; i < e.patternRows.size(); ++i) EXPECT_EQ(e.patternRows[i], a.patternRows[i]);
+    EXPECT_EQ(vec(e.orders), vec(a.orders));
+    EXPECT_EQ(vec(e.patternTracks), vec(a.patternTracks));
+    EXPECT_EQ(vec(e.patternRows), vec(a.patternRows));
     ASSERT_EQ(e.tracks.size(), a.tracks.size());
-    for (size_t t = 0; t < e.tracks.size(); ++t)
-        EXPECT_EQ(std::vector<uint8_t>(e.tracks[t].begin(), e.tracks[t].end()),
-                  std::vector<uint8_t>(a.tracks[t].begin(), a.tracks[t].end()))
-            << "track " << t;
-    ASSERT_EQ(e.instruments.size(), a.instruments.size());
-    for (size_t i = 0; i < e.instruments.size(); ++i) EXPECT_TRUE(e.instruments[i] == a.instruments[i]) << "instrument " << i;
+    for (size_t t = 0; t < e.tracks.size(); ++t) EXPECT_EQ(vec(e.tracks[t]), vec(a.tracks[t])) << "track " << t;
+    EXPECT_TRUE(e.instruments == a.instruments);
     ASSERT_EQ(e.samples.size(), a.samples.size());
     for (size_t i = 0; i < e.samples.size(); ++i) {
-        const SampleRecord& x = e.samples[i];
-        const SampleRecord& y = a.samples[i];
-        SCOPED_TRACE("sample " + std::to_string(i));
-        EXPECT_EQ(x.frequency, y.frequency);
-        EXPECT_EQ(x.relativeNote, y.relativeNote);
-        EXPECT_EQ(x.volume, y.volume);
-        EXPECT_EQ(x.pan, y.pan);
-        EXPECT_EQ(x.length, y.length);
-        EXPECT_EQ(x.loopStart, y.loopStart);
-        EXPECT_EQ(x.loopEnd, y.loopEnd);
-        EXPECT_EQ(x.flags, y.flags);
-        EXPECT_EQ(x.vibratoType, y.vibratoType);
-        EXPECT_EQ(x.vibratoSweep, y.vibratoSweep);
-        EXPECT_EQ(x.vibratoDepth, y.vibratoDepth);
-        EXPECT_EQ(x.vibratoSpeed, y.vibratoSpeed);
-        EXPECT_EQ(x.globalVolume, y.globalVolume);
-        EXPECT_EQ(x.sustainStart, y.sustainStart);
-        EXPECT_EQ(x.sustainEnd, y.sustainEnd);
-        EXPECT_EQ(x.codecParam, y.codecParam);
-        EXPECT_EQ(x.headerSource, y.headerSource);
-        EXPECT_EQ(x.name, y.name);
-        EXPECT_EQ(x.fileName, y.fileName);
-        for (int c = 0; c < 2; ++c) {
-            ASSERT_EQ(x.pcm[c].size(), y.pcm[c].size()) << "channel " << c;
-            for (size_t k = 0; k < x.pcm[c].size(); ++k)
-                ASSERT_EQ(x.pcm[c][k], y.pcm[c][k]) << "channel " << c << " frame " << k;
-        }
+        EXPECT_EQ(sampleFields(e.samples[i]), sampleFields(a.samples[i])) << "sample " << i;
+        for (int c = 0; c < 2; ++c) EXPECT_TRUE(vec(e.samples[i].pcm[c]) == vec(a.samples[i].pcm[c])) << "sample " << i << " channel " << c;
     }
-    EXPECT_EQ(e.channelFx.size(), a.channelFx.size());
-    for (size_t k = 0; k < e.channelFx.size() && k < a.channelFx.size(); ++k) EXPECT_EQ(e.channelFx[k], a.channelFx[k]);
+    EXPECT_EQ(vec(e.channelFx), vec(a.channelFx));
     for (int k = 0; k < MAX_CHUNK_SLOTS; ++k) {
         EXPECT_EQ(e.fxSlots[k].present, a.fxSlots[k].present) << "slot " << k;
-        EXPECT_EQ(std::vector<uint8_t>(e.fxSlots[k].data.begin(), e.fxSlots[k].data.end()),
-                  std::vector<uint8_t>(a.fxSlots[k].data.begin(), a.fxSlots[k].data.end()))
-            << "slot " << k;
+        EXPECT_EQ(vec(e.fxSlots[k].data), vec(a.fxSlots[k].data)) << "slot " << k;
     }
 }
 
-}  // namespace deqaz::testing
+}  // namespace deqaz::test

@@ -1,5 +1,8 @@
 #include "support/xmp_compare.hpp"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstring>
 
 namespace deqaz::test {
@@ -75,6 +78,34 @@ int XmpModule::sampleForKey(int instrument, int key) const {
 std::vector<int16_t> pcmOf(const SampleRecord& sample, int channel) {
     const HeapArray<int16_t>& buffer = sample.pcm[channel];
     return std::vector<int16_t>(buffer.begin(), buffer.end());
+}
+
+void expectEvents(const XmpModule& x, const std::vector<XmpCell>& cells) {
+    for (const XmpCell& c : cells) {
+        const xmp_event e = x.event(c.pattern, c.row, c.channel);
+        EXPECT_EQ((std::vector<int>{e.note, e.ins, e.vol, e.fxt, e.fxp, e.f2t, e.f2p}),
+                  (std::vector<int>{c.note, c.ins, c.vol, c.fxt, c.fxp, c.f2t, c.f2p}))
+            << "pattern " << c.pattern << " row " << c.row << " channel " << c.channel;
+    }
+}
+
+void expectSample(const XmpModule& x, int i, const SampleRecord& s) { expectSample(x, i, s, pcmOf(s)); }
+
+void expectSample(const XmpModule& x, int i, const SampleRecord& s, const std::vector<int16_t>& pcm) {
+    ASSERT_LT(i, x.mod().smp);
+    const xmp_sample& xs = x.mod().xxs[i];
+    EXPECT_EQ(xs.len, static_cast<int>(s.length)) << "sample " << i;
+    EXPECT_EQ((xs.flg & XMP_SAMPLE_16BIT) != 0, (s.flags & SF_16BIT) != 0) << "sample " << i;
+    EXPECT_EQ((xs.flg & XMP_SAMPLE_LOOP) != 0, (s.flags & SF_LOOP) != 0) << "sample " << i;
+    size_t compared = s.length;
+    if (s.flags & SF_LOOP) {
+        EXPECT_EQ((std::vector<int>{xs.lps, xs.lpe}), (std::vector<int>{int(s.loopStart), int(s.loopEnd)})) << "sample " << i;
+        compared = s.loopEnd;
+    }
+    std::vector<int16_t> got = x.samplePcm(i), want = pcm;
+    got.resize(std::min(got.size(), compared));
+    want.resize(std::min(want.size(), compared));
+    EXPECT_TRUE(got == want) << "sample data " << i;
 }
 
 }  // namespace deqaz::test

@@ -45,4 +45,17 @@ private:
 // The PCM of one channel of a module sample, as a vector.
 std::vector<int16_t> pcmOf(const SampleRecord& sample, int channel = 0);
 
+// An event as libxmp should read it back (notes in libxmp's numbering, effects as its own).
+struct XmpCell {
+    int pattern, row, channel;
+    int note = 0, ins = 0, vol = 0, fxt = 0, fxp = 0, f2t = 0, f2p = 0;
+};
+void expectEvents(const XmpModule& x, const std::vector<XmpCell>& cells);
+
+// libxmp holds sample i with the module sample's length, loop and channel-1 PCM. libxmp rewrites
+// the frames after a loop's end for its interpolation, so a looped sample is compared up to there.
+void expectSample(const XmpModule& x, int i, const SampleRecord& s);
+// The same against PCM taken before writing (the S3M and MTM writers make it unsigned in place).
+void expectSample(const XmpModule& x, int i, const SampleRecord& s, const std::vector<int16_t>& pcm);
+
 }  // namespace deqaz::test

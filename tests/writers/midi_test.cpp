@@ -1,3 +1,5 @@
+// The MIDI configuration block (global macros, then the parametered and fixed macro slots as
+// text) and the extension blocks that carry the extra chunk slots and channelFx.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,35 +11,27 @@
 namespace deqaz {
 namespace {
 
+using namespace std::string_literals;
+
 constexpr size_t ENTRY = 32;
 constexpr size_t BLOCK = 153 * ENTRY;
 
-std::vector<uint8_t> bytesOf(const OutputBuffer& out) {
-    return std::vector<uint8_t>(out.outputData(), out.outputData() + out.outputSize());
+std::string textOf(const OutputBuffer& out) {
+    return std::string(reinterpret_cast<const char*>(out.outputData()), out.outputSize());
 }
 
 // A 32-byte macro entry: the text, then zeros.
-std::vector<uint8_t> entry(const char* text) {
-    std::vector<uint8_t> e(ENTRY, 0);
-    std::memcpy(e.data(), text, std::strlen(text));
-    return e;
-}
-
-std::vector<uint8_t> entryAt(const std::vector<uint8_t>& block, size_t index) {
-    return std::vector<uint8_t>(block.begin() + index * ENTRY, block.begin() + (index + 1) * ENTRY);
-}
-
-void append(std::vector<uint8_t>& v, const std::string& s) { v.insert(v.end(), s.begin(), s.end()); }
+std::string entry(const char* text) { return text + std::string(ENTRY - std::strlen(text), '\0'); }
 
 TEST(MidiConfigTest, EmptySlotsGiveGlobalsThenZeros) {
     SongHeader song;
     OutputBuffer out;
     writeMidiConfig(song, out);
-    const std::vector<uint8_t> block = bytesOf(out);
+    const std::string block = textOf(out);
     ASSERT_EQ(block.size(), BLOCK);
     const char* globals[9] = {"FF", "FC", "", "9c n v", "9c n 0", "", "", "", "Cc p"};
-    for (size_t i = 0; i < 9; ++i) EXPECT_EQ(entryAt(block, i), entry(globals[i])) << i;
-    for (size_t i = 9 * ENTRY; i < BLOCK; ++i) ASSERT_EQ(block[i], 0) << i;
+    for (size_t i = 0; i < 9; ++i) EXPECT_EQ(block.substr(i * ENTRY, ENTRY), entry(globals[i])) << i;
+    EXPECT_EQ(block.substr(9 * ENTRY), std::string(BLOCK - 9 * ENTRY, '\0'));
 }
 
 TEST(MidiConfigTest, MacroSlotsFormatTheirBiasedValues) {
@@ -52,80 +46,56 @@ TEST(MidiConfigTest, MacroSlotsFormatTheirBiasedValues) {
     OutputBuffer out;
     out.put8(0x77);  // the block appends after what is there
     writeMidiConfig(song, out);
-    ASSERT_EQ(out.outputSize(), 1 + BLOCK);
-    EXPECT_EQ(out.outputData()[0], 0x77);
-    const std::vector<uint8_t> block(out.outputData() + 1, out.outputData() + 1 + BLOCK);
-
+    const std::string all = textOf(out);
+    ASSERT_EQ(all.size(), 1 + BLOCK);
+    EXPECT_EQ(all[0], 0x77);
     const std::vector<std::pair<size_t, const char*>> expected = {
-        {9, "F0F000z"}, {10, ""}, {12, "F0F001z"}, {24, "F0F0fez"},
+        {0, "FF"},          {9, "F0F000z"}, {10, ""},  {12, "F0F001z"},  {24, "F0F0fez"},
         {25, "F0F00000"}, {26, "F0F0ffffff80"}, {27, ""}, {30, "F0F0007f"}, {152, "F0F0feff"},
     };
-    for (auto [index, text] : expected) EXPECT_EQ(entryAt(block, index), entry(text)) << index;
-    EXPECT_EQ(entryAt(block, 0), entry("FF"));
+    for (auto [index, text] : expected) EXPECT_EQ(all.substr(1 + index * ENTRY, ENTRY), entry(text)) << index;
+}
+
+// Slot k holds `size` with the given data bytes.
+void setSlot(SongHeader& song, int k, uint32_t size, const std::string& data) {
+    ASSERT_TRUE(data.empty() || song.fxSlots[k].data.dupBuffer(reinterpret_cast<const uint8_t*>(data.data()), data.size()));
+    song.fxSlots[k].size = size;
+    song.fxSlots[k].present = true;
+}
+
+std::string blocksOf(const SongHeader& song) {
+    OutputBuffer out;
+    writeExtensionBlocks(song, out);
+    return textOf(out);
 }
 
 TEST(ExtensionBlocksTest, SlotAndChannelBlocks) {
     SongHeader song;
     song.channels = 4;
-    const uint8_t ten[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-    ASSERT_TRUE(song.fxSlots[2].data.dupBuffer(ten, 10));
-    song.fxSlots[2].size = 10;
-    song.fxSlots[2].present = true;
-    std::vector<uint8_t> fx(16);
-    for (size_t i = 0; i < fx.size(); ++i) fx[i] = static_cast<uint8_t>(0xA0 + i);
-    ASSERT_TRUE(song.channelFx.dupBuffer(fx.data(), fx.size()));
-
-    OutputBuffer out;
-    writeExtensionBlocks(song, out);
-    std::vector<uint8_t> expect;
-    append(expect, "FX02");
-    expect.insert(expect.end(), {10, 0, 0, 0});
-    expect.insert(expect.end(), ten, ten + 10);
-    append(expect, "CHFX");
-    expect.insert(expect.end(), {16, 0, 0, 0});
-    expect.insert(expect.end(), fx.begin(), fx.end());
-    EXPECT_EQ(bytesOf(out), expect);
+    const std::string ten = "\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0A";
+    setSlot(song, 2, 10, ten);
+    std::string fx;
+    for (int i = 0; i < 16; ++i) fx += static_cast<char>(0xA0 + i);
+    ASSERT_TRUE(song.channelFx.dupBuffer(reinterpret_cast<const uint8_t*>(fx.data()), fx.size()));
+    EXPECT_EQ(blocksOf(song), "FX02\x0A\0\0\0"s + ten + "CHFX\x10\0\0\0"s + fx);
 }
 
-TEST(ExtensionBlocksTest, EmptyAndZeroSizedSlots) {
+TEST(ExtensionBlocksTest, EmptyZeroSizedAndShortSlots) {
     SongHeader song;
     song.flags = SH_EXTRA_CHUNKS;
     song.fxSlots[4].size = 99;  // a size without data is no block
-    OutputBuffer out;
-    writeExtensionBlocks(song, out);
-    EXPECT_EQ(out.outputSize(), 0u);
+    EXPECT_EQ(blocksOf(song), "");
 
-    song.fxSlots[7].present = true;  // data of size 0: header only
-    const uint8_t one = 0x42;
-    ASSERT_TRUE(song.fxSlots[19].data.dupBuffer(&one, 1));
-    song.fxSlots[19].size = 1;
-    song.fxSlots[19].present = true;
-    writeExtensionBlocks(song, out);
-    std::vector<uint8_t> expect;
-    append(expect, "FX07");
-    expect.insert(expect.end(), {0, 0, 0, 0});
-    append(expect, "FX19");
-    expect.insert(expect.end(), {1, 0, 0, 0, 0x42});
-    EXPECT_EQ(bytesOf(out), expect);
-}
+    setSlot(song, 7, 0, "");  // data of size 0: header only
+    setSlot(song, 19, 1, "\x42");
+    EXPECT_EQ(blocksOf(song), "FX07\0\0\0\0FX19\x01\0\0\0\x42"s);
 
-TEST(ExtensionBlocksTest, BlockMatchesItsSizeWhenDataIsShort) {
     // Sizes are trusted, but a block never reads past its data: the rest is zero-filled.
-    SongHeader song;
-    song.channels = 2;
-    const uint8_t two[2] = {7, 8};
-    ASSERT_TRUE(song.fxSlots[0].data.dupBuffer(two, 2));
-    song.fxSlots[0].size = 4;
-    song.fxSlots[0].present = true;
-    ASSERT_TRUE(song.channelFx.dupBuffer(two, 2));
-    OutputBuffer out;
-    writeExtensionBlocks(song, out);
-    std::vector<uint8_t> expect;
-    append(expect, "FX00");
-    expect.insert(expect.end(), {4, 0, 0, 0, 7, 8, 0, 0});
-    append(expect, "CHFX");
-    expect.insert(expect.end(), {8, 0, 0, 0, 7, 8, 0, 0, 0, 0, 0, 0});
-    EXPECT_EQ(bytesOf(out), expect);
+    SongHeader shortData;
+    shortData.channels = 2;
+    setSlot(shortData, 0, 4, "\x07\x08");
+    ASSERT_TRUE(shortData.channelFx.dupBuffer(shortData.fxSlots[0].data.data(), 2));
+    EXPECT_EQ(blocksOf(shortData), "FX00\x04\0\0\0\x07\x08\0\0CHFX\x08\0\0\0\x07\x08\0\0\0\0\0\0"s);
 }
 
 }  // namespace

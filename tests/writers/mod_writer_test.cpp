@@ -3,78 +3,41 @@
 // reported; whole files read back with libxmp and compared with the module they came from.
 #include <gtest/gtest.h>
 
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "common/endian.hpp"
-#include "support/module_builder.hpp"
+#include "support/file_view.hpp"
 #include "support/xmp_compare.hpp"
 
 namespace deqaz {
 namespace {
 
-using test::addInstrument;
-using test::addPattern;
-using test::addSample;
-using test::addTrackBytes;
-using test::addTrackRows;
-using test::cmd;
-using test::instrument;
-using test::makeSong;
-using test::note;
-using test::PatternGrid;
-using test::setOrders;
-using Bytes = std::vector<uint8_t>;
+using namespace deqaz::test;
 
 constexpr uint32_t MOD = SH_ORIGIN_MOD;
 constexpr size_t HEADER = 1084;
 
-// Bounds-checked view of a written MOD file.
-struct ModFile {
-    Bytes b;
-    std::string messages;
-    unsigned channels;
-
-    void need(size_t o, size_t n) const {
-        if (o + n > b.size()) throw std::out_of_range("read past the written file");
-    }
-    uint8_t u8(size_t o) const { return need(o, 1), b[o]; }
-    uint16_t u16be(size_t o) const { return need(o, 2), rd16be(&b[o]); }
-    Bytes bytes(size_t o, size_t n) const {
-        need(o, n);
-        return {b.begin() + static_cast<std::ptrdiff_t>(o), b.begin() + static_cast<std::ptrdiff_t>(o + n)};
-    }
-    std::string text(size_t o, size_t n) const {
-        const Bytes v = bytes(o, n);
-        return {v.begin(), v.end()};
-    }
+struct ModFile : FileView {
+    unsigned channels = 4;
     size_t slot(unsigned i) const { return 20 + 30 * size_t{i}; }
     Bytes cell(unsigned p, unsigned r, unsigned c) const { return bytes(HEADER + ((p * 64 + r) * channels + c) * 4, 4); }
     size_t samplesAt(unsigned patterns) const { return HEADER + size_t{patterns} * 64 * channels * 4; }
 };
 
 ModFile write(SongHeader& song, int silent = 0) {
-    test::WriteResult r = test::runWriter(&writeMod, song, silent);
-    EXPECT_FALSE(r.failed);
-    return {std::move(r.bytes), std::move(r.messages), std::min<unsigned>(song.channels, 99)};
+    ModFile f = writeFile<ModFile>(&writeMod, song, silent);
+    f.channels = std::min<unsigned>(song.channels, 99);
+    return f;
 }
 
-SongHeader minimalSong(unsigned channels = 4) {
-    SongHeader song = makeSong(MOD, channels);
-    addPattern(song, 64, std::vector<uint16_t>(channels, addTrackBytes(song, {0})));
-    setOrders(song, {0});
-    return song;
-}
-
-uint8_t highByte(int16_t v) { return static_cast<uint8_t>(static_cast<uint16_t>(v) >> 8); }
+SongHeader minimalSong(unsigned channels = 4) { return makeOnePatternSong(MOD, channels); }
 
 // The bytes MOD data should hold for a sample: the high byte of each of the first frames of
 // channel 1.
 Bytes expectedData(const SampleRecord& s, size_t frames) {
     Bytes out;
-    for (size_t i = 0; i < frames; ++i) out.push_back(highByte(s.pcm[0][i]));
+    for (size_t i = 0; i < frames; ++i) out.push_back(static_cast<uint8_t>(static_cast<uint16_t>(s.pcm[0][i]) >> 8));
     return out;
 }
 
@@ -280,10 +243,8 @@ TEST(ModLibxmp, RoundTrip) {
     addPattern(song, b);
     setOrders(song, {0, 1, 1});
 
-    SampleRecord& s0 = addSample(song, SF_LOOP, 600, 1);
+    SampleRecord& s0 = addLoopedSample(song, 0, 600, 100, 500, 1);
     s0.name = "loop";
-    s0.loopStart = 100;
-    s0.loopEnd = 500;
     s0.volume = 48;
     s0.frequency = 0x90;  // +1 in MOD's nibble
     addSample(song, 0, 256, 2).frequency = 0x70;  // -1
@@ -291,66 +252,43 @@ TEST(ModLibxmp, RoundTrip) {
 
     const ModFile f = write(song);
     EXPECT_EQ(f.messages, "");
-    test::XmpModule x;
+    XmpModule x;
     ASSERT_EQ(x.load(f.b), 0);
     const xmp_module& m = x.mod();
     EXPECT_STREQ(m.name, "mod round trip");
-    EXPECT_EQ(m.chn, 4);
-    EXPECT_EQ(m.pat, 2);
-    ASSERT_EQ(m.len, 3);
+    EXPECT_EQ((std::vector<int>{m.chn, m.pat, m.len}), (std::vector<int>{4, 2, 3}));
     EXPECT_EQ(Bytes(m.xxo, m.xxo + 3), (Bytes{0, 1, 1}));
-
-    const auto expectEvent = [&](int p, int r, int c, std::vector<int> e) {
-        const xmp_event ev = x.event(p, r, c);
-        EXPECT_EQ((std::vector<int>{ev.note, ev.ins, ev.fxt, ev.fxp}), e) << "pattern " << p << " row " << r << " channel " << c;
-    };
-    expectEvent(0, 0, 0, {modNote(36), 1, 0x0C, 0x30});
-    expectEvent(0, 0, 1, {modNote(48), 2, 0x0F, 0x06});
-    expectEvent(0, 1, 0, {modNote(40), 0, 0x03, 0x08});
-    expectEvent(0, 2, 2, {modNote(71), 3, 0x0E, 0x91});
-    expectEvent(0, 3, 3, {0, 0, 0x0A, 0x04});
-    expectEvent(0, 63, 3, {0, 0, 0x0D, 0});
-    expectEvent(0, 4, 0, {0, 0, 0, 0});
-    expectEvent(1, 5, 1, {modNote(47), 1, 0x09, 0x20});
-    expectEvent(1, 6, 1, {0, 0, 0x0B, 0});
+    expectEvents(x, {{0, 0, 0, modNote(36), 1, 0, 0x0C, 0x30},
+                     {0, 0, 1, modNote(48), 2, 0, 0x0F, 0x06},
+                     {0, 1, 0, modNote(40), 0, 0, 0x03, 0x08},
+                     {0, 2, 2, modNote(71), 3, 0, 0x0E, 0x91},
+                     {0, 3, 3, 0, 0, 0, 0x0A, 0x04},
+                     {0, 63, 3, 0, 0, 0, 0x0D, 0},
+                     {0, 4, 0},
+                     {1, 5, 1, modNote(47), 1, 0, 0x09, 0x20},
+                     {1, 6, 1, 0, 0, 0, 0x0B, 0}});
 
     EXPECT_STREQ(m.xxi[0].name, "loop");
     EXPECT_STREQ(m.xxi[2].name, "short");
-    EXPECT_EQ(m.xxi[0].sub[0].vol, 48);
-    EXPECT_EQ(m.xxi[0].sub[0].fin, 16);
-    EXPECT_EQ(m.xxi[1].sub[0].fin, -16);
-    EXPECT_TRUE(m.xxs[0].flg & XMP_SAMPLE_LOOP);
-    EXPECT_EQ(m.xxs[0].lps, 100);
-    EXPECT_EQ(m.xxs[0].lpe, 500);
-    EXPECT_FALSE(m.xxs[1].flg & XMP_SAMPLE_LOOP);
-    for (int i = 0; i < 3; ++i) {
-        const SampleRecord& s = song.samples[i];
-        ASSERT_EQ(m.xxs[i].len, static_cast<int>(s.length)) << i;
-        auto got = x.samplePcm(i), want = test::pcmOf(s);
-        const size_t compared = (s.flags & SF_LOOP) ? s.loopEnd : s.length;  // libxmp rewrites past a loop
-        got.resize(compared);
-        want.resize(compared);
-        EXPECT_EQ(got, want) << "sample " << i;
-    }
+    EXPECT_EQ((std::vector<int>{m.xxi[0].sub[0].vol, m.xxi[0].sub[0].fin, m.xxi[1].sub[0].fin}), (std::vector<int>{48, 16, -16}));
+    for (int i = 0; i < 3; ++i) expectSample(x, i, song.samples[i]);
     for (int i = 3; i < m.smp; ++i) EXPECT_EQ(m.xxs[i].len, 0) << i;
 }
 
 TEST(ModLibxmp, ChannelCountsFromTheSignature) {
     for (unsigned channels : {6u, 8u, 5u, 12u, 32u}) {
+        SCOPED_TRACE(channels);
         SongHeader song = makeSong(MOD, channels);
         PatternGrid g(64, channels);
         g.at(7, channels - 1) = {note(36), instrument(0), cmd(15, 0x20)};
         addPattern(song, g);
         setOrders(song, {0});
         addSample(song, 0, 64, 1);
-        const ModFile f = write(song);
-        test::XmpModule x;
-        ASSERT_EQ(x.load(f.b), 0) << channels;
+        XmpModule x;
+        ASSERT_EQ(x.load(write(song).b), 0);
         EXPECT_EQ(x.mod().chn, static_cast<int>(channels));
-        const xmp_event ev = x.event(0, 7, static_cast<int>(channels) - 1);
-        EXPECT_EQ((std::vector<int>{ev.note, ev.ins, ev.fxt, ev.fxp}), (std::vector<int>{modNote(36), 1, 0x0C, 0x20}))
-            << channels;
-        EXPECT_EQ(x.samplePcm(0), test::pcmOf(song.samples[0])) << channels;
+        expectEvents(x, {{0, 7, static_cast<int>(channels) - 1, modNote(36), 1, 0, 0x0C, 0x20}});
+        expectSample(x, 0, song.samples[0]);
     }
 }
 

@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
+#include <utility>
 #include <vector>
 
+#include "writers/translate.hpp"
 #include "writers/writers.hpp"
 
 namespace deqaz {
@@ -25,29 +28,19 @@ SampleRecord makeSample(uint16_t flags, std::vector<int16_t> left, std::vector<i
     return s;
 }
 
-TEST(OutputBufferTest, AppendGrowth) {
-    OutputBuffer small;
-    std::vector<uint8_t> ten(10, 0x11);
+TEST(OutputBufferTest, GrowthAndEncoding) {
+    // A small store or append grows by 64 KiB; a large append gets exactly what it needs.
+    const std::vector<uint8_t> ten(10, 0x11), block(100000, 0x22);
+    OutputBuffer small, big;
     small.appendOutput(ten.data(), ten.size());
     EXPECT_EQ(small.outputCapacity(), 65536u);
-    EXPECT_EQ(small.outputSize(), 10u);
-
-    OutputBuffer big;
-    std::vector<uint8_t> block(100000, 0x22);
     big.appendOutput(block.data(), block.size());
-    EXPECT_EQ(big.outputCapacity(), 100000u);  // large appends get no slack
+    EXPECT_EQ(big.outputCapacity(), 100000u);
     big.appendOutput(ten.data(), ten.size());
     EXPECT_EQ(big.outputCapacity(), 100000u + 65536u);
-    big.appendOutput(ten.data(), ten.size());  // fits: no growth
-    EXPECT_EQ(big.outputCapacity(), 100000u + 65536u);
-    big.appendOutput(block.data(), 70000);
-    EXPECT_EQ(big.outputCapacity(), 100020u + 70000u);
-    EXPECT_EQ(big.outputSize(), 100020u + 70000u);
     EXPECT_EQ(big.outputData()[99999], 0x22);
     EXPECT_EQ(big.outputData()[100000], 0x11);
-}
 
-TEST(OutputBufferTest, DirectStoresGrowBy64KiBAndEncode) {
     OutputBuffer out;
     out.put8(0xAB);
     EXPECT_EQ(out.outputCapacity(), 65536u);
@@ -55,10 +48,8 @@ TEST(OutputBufferTest, DirectStoresGrowBy64KiBAndEncode) {
     out.put32(0xDEADBEEF);
     out.put16be(0x1234);
     EXPECT_EQ(bytesOf(out), (std::vector<uint8_t>{0xAB, 0x34, 0x12, 0xEF, 0xBE, 0xAD, 0xDE, 0x12, 0x34}));
-
-    std::vector<uint8_t> fill(65536 - 9 - 1, 0);
+    const std::vector<uint8_t> fill(65536 - 9 - 1, 0);
     out.appendOutput(fill.data(), fill.size());
-    EXPECT_EQ(out.outputSize(), 65535u);
     out.put16(0xBEEF);  // straddles the end: grows from the current size
     EXPECT_EQ(out.outputCapacity(), 65535u + 65536u);
     EXPECT_EQ(out.outputData()[65535], 0xEF);
@@ -145,15 +136,12 @@ TEST(OutputBufferTest, SamplePcmModes) {
 
 TEST(OutputBufferTest, SamplePcmUnsignedConvertsInPlace) {
     SampleRecord s = makeSample(0, {-32768, 0x7F00, 0});
+    SampleRecord plain = makeSample(0, {0x1200});
     OutputBuffer out;
     out.writeSamplePcm(s, PCM_UNSIGNED);
-    EXPECT_EQ(static_cast<uint16_t>(s.pcm[0][0]), 0x0000);
-    EXPECT_EQ(static_cast<uint16_t>(s.pcm[0][1]), 0xFF00);
-    EXPECT_EQ(static_cast<uint16_t>(s.pcm[0][2]), 0x8000);
-
-    SampleRecord plain = makeSample(0, {0x1200});
-    out.writeSamplePcm(plain, PCM_DELTA);
-    EXPECT_EQ(plain.pcm[0][0], 0x1200);  // other modes leave the buffers alone
+    out.writeSamplePcm(plain, PCM_DELTA);  // other modes leave the buffers alone
+    EXPECT_EQ(std::vector<int16_t>(s.pcm[0].begin(), s.pcm[0].end()), (std::vector<int16_t>{0, -256, -32768}));
+    EXPECT_EQ(plain.pcm[0][0], 0x1200);
 }
 
 TEST(OutputBufferTest, SamplePcmChannelsAndShortBuffers) {
@@ -201,14 +189,21 @@ TEST(OutputBufferTest, LimitFailsTheBufferAndDropsLaterWrites) {
     EXPECT_EQ(out.outputSize(), 60u);
 }
 
-TEST(WriterDispatchTest, FirstOriginFlagChoosesTheWriter) {
-    EXPECT_EQ(writerFor(SH_ORIGIN_IT | SH_ORIGIN_S3M), &writeIt);
-    EXPECT_EQ(writerFor(SH_ORIGIN_IT | SH_ORIGIN_MTM | SH_ORIGIN_MOD), &writeIt);
-    EXPECT_EQ(writerFor(SH_ORIGIN_S3M | SH_ORIGIN_MOD | SH_ORIGIN_MTM), &writeS3m);
-    EXPECT_EQ(writerFor(SH_ORIGIN_MOD | SH_ORIGIN_MTM), &writeMod);
-    EXPECT_EQ(writerFor(SH_ORIGIN_MTM), &writeMtm);
-    EXPECT_EQ(writerFor(0), &writeXm);
-    EXPECT_EQ(writerFor(SH_LINEAR_SLIDES | SH_EXTRA_CHUNKS | SH_IT_INSTRUMENTS), &writeXm);
+TEST(WriterDispatchTest, FirstOriginFlagChoosesTheWriterAndTheTranslation) {
+    struct Case {
+        uint32_t flags;
+        void (*writer)(WriteContext&);
+        Target target;
+    };
+    for (const Case& c : {Case{SH_ORIGIN_IT | SH_ORIGIN_S3M, &writeIt, Target::IT},
+                          Case{SH_ORIGIN_IT | SH_ORIGIN_MTM | SH_ORIGIN_MOD, &writeIt, Target::IT},
+                          Case{SH_ORIGIN_S3M | SH_ORIGIN_MOD | SH_ORIGIN_MTM, &writeS3m, Target::S3M},
+                          Case{SH_ORIGIN_MOD | SH_ORIGIN_MTM, &writeMod, Target::MODMTM},
+                          Case{SH_ORIGIN_MTM, &writeMtm, Target::MODMTM}, Case{0, &writeXm, Target::XM},
+                          Case{SH_LINEAR_SLIDES | SH_EXTRA_CHUNKS | SH_IT_INSTRUMENTS, &writeXm, Target::XM}}) {
+        EXPECT_EQ(writerFor(c.flags), c.writer) << c.flags;
+        EXPECT_EQ(targetOf(c.flags), c.target) << c.flags;
+    }
 }
 
 TEST(WriterDispatchTest, WriteModuleStartsFromAnEmptyBuffer) {
@@ -232,21 +227,13 @@ TEST(WriterDispatchTest, WriteModuleStartsFromAnEmptyBuffer) {
 }
 
 TEST(CopyNameTest, BoundedZeroPaddedCopy) {
-    struct Case {
-        std::string name;
-        std::vector<uint8_t> expect;  // the 6-byte field and the sentinel after it
-    };
-    const std::vector<Case> cases = {
-        {"abc", {'a', 'b', 'c', 0, 0, 0, 0xEE}},
-        {"abcdef", {'a', 'b', 'c', 'd', 'e', 'f', 0xEE}},
-        {"abcdefgh", {'a', 'b', 'c', 'd', 'e', 'f', 0xEE}},
-        {"", {0, 0, 0, 0, 0, 0, 0xEE}},
-        {std::string("ab\0cd", 5), {'a', 'b', 0, 0, 0, 0, 0xEE}},
-    };
-    for (const Case& c : cases) {
-        std::vector<uint8_t> field(7, 0xEE);
-        copyName(field.data(), 6, c.name);
-        EXPECT_EQ(field, c.expect) << c.name;
+    using namespace std::string_literals;
+    // A 6-byte field with a sentinel after it: cut to fit, zero-padded, ending at a zero byte.
+    for (auto [name, field] : {std::pair{"abc"s, "abc\0\0\0"s}, {"abcdef"s, "abcdef"s}, {"abcdefgh"s, "abcdef"s},
+                               {""s, std::string(6, '\0')}, {"ab\0cd"s, "ab\0\0\0\0"s}}) {
+        std::vector<uint8_t> out(7, 0xEE);
+        copyName(out.data(), 6, name);
+        EXPECT_EQ(std::string(out.begin(), out.end()), field + "\xEE") << name;
     }
 }
 

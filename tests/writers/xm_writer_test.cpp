@@ -3,81 +3,35 @@
 // back with libxmp and compared with the module they were written from.
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "common/endian.hpp"
-#include "support/module_builder.hpp"
+#include "support/file_view.hpp"
 #include "support/xmp_compare.hpp"
 
 namespace deqaz {
 namespace {
 
-using test::addInstrument;
-using test::addPattern;
-using test::addSample;
-using test::addTrackBytes;
-using test::addTrackRows;
-using test::cmd;
-using test::instrument;
-using test::makeSong;
-using test::note;
-using test::PatternGrid;
-using test::setOrders;
-using Bytes = std::vector<uint8_t>;
+using namespace deqaz::test;
 using namespace std::string_literals;
 
 constexpr uint32_t XM = 0;  // no origin flag
 constexpr size_t HEADER = 336;
 
-// Bounds-checked view of a written XM file.
-struct XmFile {
-    Bytes b;
-    std::string messages;
-
-    void need(size_t o, size_t n) const {
-        if (o + n > b.size()) throw std::out_of_range("read past the written file");
-    }
-    uint8_t u8(size_t o) const { return need(o, 1), b[o]; }
-    uint16_t u16(size_t o) const { return need(o, 2), rd16le(&b[o]); }
-    uint32_t u32(size_t o) const { return need(o, 4), rd32le(&b[o]); }
-    Bytes bytes(size_t o, size_t n) const {
-        need(o, n);
-        return {b.begin() + static_cast<std::ptrdiff_t>(o), b.begin() + static_cast<std::ptrdiff_t>(o + n)};
-    }
-    std::string text(size_t o, size_t n) const {
-        const Bytes v = bytes(o, n);
-        return {v.begin(), v.end()};
-    }
+struct XmFile : FileView {
     // Offset of pattern k's header, following the packed sizes of those before it.
     size_t patternAt(unsigned k) const {
         size_t at = HEADER;
         for (unsigned i = 0; i < k; ++i) at += 9 + u16(at + 7);
         return at;
     }
-    Bytes packed(unsigned k) const {
-        const size_t at = patternAt(k);
-        return bytes(at + 9, u16(at + 7));
-    }
+    Bytes packed(unsigned k) const { return bytes(patternAt(k) + 9, u16(patternAt(k) + 7)); }
     size_t instrumentsAt() const { return patternAt(u16(70)); }
 };
 
-XmFile write(SongHeader& song, int silent = 0) {
-    test::WriteResult r = test::runWriter(&writeXm, song, silent);
-    EXPECT_FALSE(r.failed);
-    return {std::move(r.bytes), std::move(r.messages)};
-}
-
-// A song of `channels` channels with one empty 64-row pattern and order 0.
-SongHeader minimalSong(unsigned channels = 1) {
-    SongHeader song = makeSong(XM, channels);
-    addPattern(song, 64, std::vector<uint16_t>(channels, addTrackBytes(song, {0})));
-    setOrders(song, {0});
-    return song;
-}
+XmFile write(SongHeader& song, int silent = 0) { return writeFile<XmFile>(&writeXm, song, silent); }
+SongHeader minimalSong(unsigned channels = 1) { return makeOnePatternSong(XM, channels); }
 
 // An XM sample records its owning instrument (1-based) in its global-volume byte.
 SampleRecord& addXmSample(SongHeader& song, unsigned owner, uint16_t flags, uint32_t length, unsigned seed = 1) {
@@ -85,8 +39,6 @@ SampleRecord& addXmSample(SongHeader& song, unsigned owner, uint16_t flags, uint
     s.globalVolume = static_cast<uint8_t>(owner);
     return s;
 }
-
-uint8_t highByte(int16_t v) { return static_cast<uint8_t>(static_cast<uint16_t>(v) >> 8); }
 
 // ---------------------------------------------------------------------------------------------
 // Module header
@@ -102,10 +54,7 @@ TEST(XmHeader, FieldsOrderTableAndTrackerName) {
     setOrders(song, {1, 0, 1});
     addInstrument(song);
     XmFile f = write(song);
-    EXPECT_EQ(f.text(0, 17), "Extended Module: ");
-    EXPECT_EQ(f.text(17, 20), "a song name longer t");
-    EXPECT_EQ(f.u8(37), 0x1A);
-    EXPECT_EQ(f.text(38, 20), "FastTracker v2.00   ");
+    EXPECT_EQ(f.text(0, 58), "Extended Module: a song name longer t\x1A" "FastTracker v2.00   ");
     EXPECT_EQ(f.u16(58), 0x0104);
     EXPECT_EQ(f.u32(60), 276u);
     EXPECT_EQ(f.bytes(64, 16), (Bytes{3, 0, 2, 0, 6, 0, 2, 0, 1, 0, 1, 0, 3, 0, 140, 0}));
@@ -116,7 +65,7 @@ TEST(XmHeader, FieldsOrderTableAndTrackerName) {
     song.name = "short";
     song.flags = SH_XM_ALT_TRACKER_NAME;
     f = write(song);
-    EXPECT_EQ(f.bytes(17, 20), (Bytes{'s', 'h', 'o', 'r', 't', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(f.text(17, 20), "short" + std::string(15, '\0'));
     EXPECT_EQ(f.text(38, 20), "FastTracker v 2.00  ");
     EXPECT_EQ(f.u16(74), 0);
 }
@@ -261,25 +210,10 @@ TEST(XmSample, HeaderFieldsAndDeltaData) {
     EXPECT_EQ(f.bytes(h + 40, 18), (Bytes{5, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 64, 0xF0, 2, 200, 0, 0}));
     EXPECT_EQ(f.bytes(h + 80 + 14, 2), (Bytes{2, 0}));
 
-    // Data after the three headers: 16-bit deltas per channel, each starting from 0, then bytes.
-    const SampleRecord& first = song.samples[0];
-    const SampleRecord& second = song.samples[1];
-    size_t d = h + 120;
-    ASSERT_EQ(f.b.size(), d + 4000 + 5);
-    for (int ch = 0; ch < 2; ++ch) {
-        uint16_t previous = 0;
-        for (uint32_t i = 0; i < 1000; ++i, d += 2) {
-            const auto v = static_cast<uint16_t>(first.pcm[ch][i]);
-            ASSERT_EQ(f.u16(d), static_cast<uint16_t>(v - previous)) << ch << " " << i;
-            previous = v;
-        }
-    }
-    uint8_t previous = 0;
-    for (uint32_t i = 0; i < 5; ++i, ++d) {
-        const auto v = highByte(second.pcm[0][i]);
-        EXPECT_EQ(f.u8(d), static_cast<uint8_t>(v - previous)) << i;
-        previous = v;
-    }
+    // Data after the three headers (libxmp checks the deltas of mono data): each channel's deltas
+    // start again from 0, then the 8-bit sample.
+    ASSERT_EQ(f.b.size(), h + 120 + 4000 + 5);
+    EXPECT_EQ(f.u16(h + 120 + 2000), static_cast<uint16_t>(song.samples[0].pcm[1][0]));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -385,18 +319,7 @@ TEST(XmChunks, TextMidiAndExtensionBlocksInOrder) {
 // libxmp keeps XM effect numbers as they are (FX_ARPEGGIO 0x00 ... FX_SPEED 0x0F, FX_GLOBALVOL
 // 0x10, FX_KEYOFF 0x14, FX_PANSLIDE 0x19, FX_MULTI_RETRIG 0x1B, FX_XF_PORTA 0x21), puts XM notes
 // one octave up (C-0 = 13) and reads the volume column's set-volume range 0x10-0x50 as 1-65.
-struct ExpectedEvent {
-    int note = 0, ins = 0, vol = 0, fxt = 0, fxp = 0, f2t = 0, f2p = 0;
-};
-
-void expectEvent(const test::XmpModule& x, int p, int r, int c, const ExpectedEvent& e) {
-    const xmp_event ev = x.event(p, r, c);
-    const std::vector<int> got{ev.note, ev.ins, ev.vol, ev.fxt, ev.fxp, ev.f2t, ev.f2p};
-    EXPECT_EQ(got, (std::vector<int>{e.note, e.ins, e.vol, e.fxt, e.fxp, e.f2t, e.f2p}))
-        << "pattern " << p << " row " << r << " channel " << c;
-}
-
-int xmNote(uint8_t stored) { return stored + 1 + 12; }
+int xmNote(int stored) { return stored + 1 + 12; }
 
 TEST(XmLibxmp, RoundTrip) {
     SongHeader song = makeSong(XM | SH_LINEAR_SLIDES, 4);
@@ -422,85 +345,55 @@ TEST(XmLibxmp, RoundTrip) {
     song.restartPos = 1;
 
     for (int i = 0; i < 3; ++i) addInstrument(song).name = "instrument " + std::to_string(i);
-    SampleRecord& s0 = addXmSample(song, 1, SF_LOOP, 300, 1);
-    s0.loopStart = 20;
-    s0.loopEnd = 280;
+    SampleRecord& s0 = addLoopedSample(song, 0, 300, 20, 280, 1);
+    s0.globalVolume = 1;
     s0.relativeNote = 12;
     s0.frequency = 0x80 + 20;
     addXmSample(song, 1, SF_16BIT, 200, 2);
-    SampleRecord& s2 = addXmSample(song, 2, SF_16BIT | SF_LOOP | SF_PINGPONG, 500, 3);
-    s2.loopStart = 100;
-    s2.loopEnd = 400;
+    SampleRecord& s2 = addLoopedSample(song, SF_16BIT | SF_PINGPONG, 500, 100, 400, 3);
+    s2.globalVolume = 2;
     s2.pan = 16;
     for (unsigned k = 0; k < 96; ++k) song.instruments[0].noteMap[k].sample = k < 48 ? 0 : 1;
-    Envelope& vol = song.instruments[0].volumeEnvelope;
-    vol = {0x01 | 0x04, 3, 0, 0, 1, 2, {}};
-    vol.points[0] = {0, 64};
-    vol.points[1] = {20, 32};
-    vol.points[2] = {50, 0};
+    song.instruments[0].volumeEnvelope = {0x01 | 0x04, 3, 0, 0, 1, 2, {EnvelopePoint{0, 64}, {20, 32}, {50, 0}}};
     song.instruments[0].fadeout = 0x200;
 
     const XmFile f = write(song);
     EXPECT_EQ(f.messages, "2 effects in 1 row!\n");
-    test::XmpModule x;
+    XmpModule x;
     ASSERT_EQ(x.load(f.b), 0);
     const xmp_module& m = x.mod();
     EXPECT_STREQ(m.name, "round trip");
-    EXPECT_EQ(m.spd, 5);
-    EXPECT_EQ(m.bpm, 150);
-    EXPECT_EQ(m.chn, 4);
-    EXPECT_EQ(m.rst, 1);
-    ASSERT_EQ(m.len, 3);
+    EXPECT_EQ((std::vector<int>{m.spd, m.bpm, m.chn, m.rst, m.len, x.patternRows(0), x.patternRows(1)}),
+              (std::vector<int>{5, 150, 4, 1, 3, 64, 32}));
     EXPECT_EQ(Bytes(m.xxo, m.xxo + 3), (Bytes{0, 1, 0}));
-    EXPECT_EQ(x.patternRows(0), 64);
-    EXPECT_EQ(x.patternRows(1), 32);
 
-    expectEvent(x, 0, 0, 0, {xmNote(48), 1, 41});
-    expectEvent(x, 0, 0, 1, {xmNote(60), 2, 0, 0x0F, 0x06});
-    expectEvent(x, 0, 1, 0, {xmNote(50), 0, 0, 0x0A, 0x0F});
-    expectEvent(x, 0, 2, 1, {XMP_KEY_OFF});
-    expectEvent(x, 0, 3, 2, {0, 0, 0, 0x1B, 0x31, 0x08, 0x80});  // pan in the volume column
-    expectEvent(x, 0, 4, 3, {xmNote(95), 3, 0, 0x10, 0x20});
-    expectEvent(x, 0, 5, 3, {0, 0, 0, 0x14, 3});  // the second effect of the row is dropped
-    expectEvent(x, 0, 63, 2, {0, 0, 0, 0x0B, 1});
-    for (int r = 10; r < 40; ++r) expectEvent(x, 0, r, 2, {xmNote(static_cast<uint8_t>(r)), 0, 0, 0x19, 0x40});
-    expectEvent(x, 0, 40, 2, {});
-    expectEvent(x, 1, 31, 0, {xmNote(0), 2, 0, 0x09, 0x10});
-    expectEvent(x, 1, 0, 0, {});
+    std::vector<XmpCell> cells = {{0, 0, 0, xmNote(48), 1, 41},
+                                  {0, 0, 1, xmNote(60), 2, 0, 0x0F, 0x06},
+                                  {0, 1, 0, xmNote(50), 0, 0, 0x0A, 0x0F},
+                                  {0, 2, 1, XMP_KEY_OFF},
+                                  {0, 3, 2, 0, 0, 0, 0x1B, 0x31, 0x08, 0x80},  // pan in the volume column
+                                  {0, 4, 3, xmNote(95), 3, 0, 0x10, 0x20},
+                                  {0, 5, 3, 0, 0, 0, 0x14, 3},  // the second effect of the row is dropped
+                                  {0, 63, 2, 0, 0, 0, 0x0B, 1},
+                                  {0, 40, 2},
+                                  {1, 31, 0, xmNote(0), 2, 0, 0x09, 0x10},
+                                  {1, 0, 0}};
+    for (int r = 10; r < 40; ++r) cells.push_back({0, r, 2, xmNote(r), 0, 0, 0x19, 0x40});
+    expectEvents(x, cells);
 
     ASSERT_EQ(m.ins, 3);
     ASSERT_EQ(m.smp, 3);
     EXPECT_STREQ(m.xxi[1].name, "instrument 1");
-    EXPECT_EQ(m.xxi[0].nsm, 2);
-    EXPECT_EQ(m.xxi[1].nsm, 1);
-    EXPECT_EQ(m.xxi[2].nsm, 0);
+    EXPECT_EQ((std::vector<int>{m.xxi[0].nsm, m.xxi[1].nsm, m.xxi[2].nsm}), (std::vector<int>{2, 1, 0}));
     for (int key = 0; key < 96; ++key) EXPECT_EQ(x.sampleForKey(0, key + 12), key < 48 ? 0 : 1) << key;
-    EXPECT_EQ(m.xxi[0].sub[0].xpo, 12);
-    EXPECT_EQ(m.xxi[0].sub[0].fin, 20);
-    EXPECT_EQ(m.xxi[1].sub[0].pan, 16);
-    EXPECT_EQ(m.xxi[0].rls, 0x400);
+    EXPECT_EQ((std::vector<int>{m.xxi[0].sub[0].xpo, m.xxi[0].sub[0].fin, m.xxi[1].sub[0].pan, m.xxi[0].rls}),
+              (std::vector<int>{12, 20, 16, 0x400}));
     const xmp_envelope& env = m.xxi[0].aei;
-    EXPECT_EQ(env.npt, 3);
-    EXPECT_EQ(env.lps, 1);
-    EXPECT_EQ(env.lpe, 2);
+    EXPECT_EQ((std::vector<int>{env.npt, env.lps, env.lpe}), (std::vector<int>{3, 1, 2}));
     EXPECT_EQ(std::vector<short>(env.data, env.data + 6), (std::vector<short>{0, 64, 20, 32, 50, 0}));
-
     for (int i = 0; i < 3; ++i) {
-        const SampleRecord& s = song.samples[i];
-        const xmp_sample& xs = m.xxs[i];
-        EXPECT_EQ(xs.len, static_cast<int>(s.length)) << i;
-        EXPECT_EQ((xs.flg & XMP_SAMPLE_16BIT) != 0, (s.flags & SF_16BIT) != 0) << i;
-        EXPECT_EQ((xs.flg & XMP_SAMPLE_LOOP) != 0, (s.flags & SF_LOOP) != 0) << i;
-        EXPECT_EQ((xs.flg & XMP_SAMPLE_LOOP_BIDIR) != 0, (s.flags & SF_PINGPONG) != 0) << i;
-        if (s.flags & SF_LOOP) {
-            EXPECT_EQ(xs.lps, static_cast<int>(s.loopStart)) << i;
-            EXPECT_EQ(xs.lpe, static_cast<int>(s.loopEnd)) << i;
-        }
-        auto got = x.samplePcm(i), want = test::pcmOf(s);
-        const size_t compared = (s.flags & SF_LOOP) ? s.loopEnd : s.length;  // libxmp rewrites past a loop
-        got.resize(compared);
-        want.resize(compared);
-        EXPECT_EQ(got, want) << "sample " << i;
+        expectSample(x, i, song.samples[i]);
+        EXPECT_EQ((m.xxs[i].flg & XMP_SAMPLE_LOOP_BIDIR) != 0, (song.samples[i].flags & SF_PINGPONG) != 0) << i;
     }
 }
 

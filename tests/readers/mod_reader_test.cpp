@@ -1,0 +1,264 @@
+// MOD reader: periods to notes and back, signatures to channel counts (and the signature the
+// writer gives back), FLT8's split patterns, sample slots, the 15-sample layout, format detection,
+// damaged files, and the corpus through the fixpoint and libxmp.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "common/endian.hpp"
+#include "reader_roundtrip.hpp"
+
+namespace deqaz {
+namespace {
+
+using test::Bytes;
+
+// A MOD image: header, `patterns` patterns of `channels` channels, then sample data.
+struct ModImage {
+    Bytes b;
+    unsigned channels;
+    size_t patternsAt;
+    size_t tableAt;
+
+    ModImage(const char* signature, unsigned channels_, unsigned patterns, bool fifteen = false)
+        : channels(channels_) {
+        const unsigned slots = fifteen ? 15 : 31;
+        tableAt = 20 + 30 * size_t{slots};
+        patternsAt = tableAt + 130 + (fifteen ? 0 : 4) + (std::strncmp(signature, "FA0", 3) == 0 ? 4 : 0);
+        b.assign(patternsAt + size_t{patterns} * 64 * channels * 4, 0);
+        std::memcpy(b.data(), "a song", 6);
+        b[tableAt] = 1;
+        b[tableAt + 1] = 0x7F;
+        if (!fifteen) std::memcpy(&b[tableAt + 130], signature, 4);
+        if (std::strncmp(signature, "FA0", 3) == 0) b[1085] = 0x40;
+    }
+    void orders(std::initializer_list<uint8_t> list, unsigned songLength) {
+        b[tableAt] = uint8_t(songLength);
+        size_t i = 0;
+        for (uint8_t o : list) b[tableAt + 2 + i++] = o;
+    }
+    uint8_t* cellAt(unsigned p, unsigned r, unsigned c) { return &b[patternsAt + ((size_t{p} * 64 + r) * channels + c) * 4]; }
+    void cell(unsigned p, unsigned r, unsigned c, unsigned period, uint8_t ins, uint8_t fx, uint8_t fxp) {
+        uint8_t* q = cellAt(p, r, c);
+        q[0] = uint8_t((ins & 0xF0) | (period >> 8));
+        q[1] = uint8_t(period);
+        q[2] = uint8_t((ins << 4) | fx);
+        q[3] = fxp;
+    }
+    void slot(unsigned i, const std::vector<int8_t>& data, uint8_t finetune, uint8_t volume, uint16_t loopStart, uint16_t loopLength) {
+        uint8_t* s = &b[20 + 30 * size_t{i}];
+        std::memcpy(s, "smp", 3);
+        wr16be(s + 22, uint16_t(data.size() / 2));
+        s[24] = finetune, s[25] = volume;
+        wr16be(s + 26, loopStart), wr16be(s + 28, loopLength);
+        for (int8_t v : data) b.push_back(uint8_t(v));
+    }
+};
+
+ReadResult readOk(const Bytes& b) {
+    ReadResult r = readMod(b.data(), b.size());
+    EXPECT_TRUE(r.song) << r.error;
+    return r;
+}
+
+Bytes writeBack(SongHeader& song) { return test::runWriteModule(song, 1).bytes; }
+
+unsigned formulaPeriod(unsigned n) { return unsigned(6848.0 * std::pow(2.0, (1 - int(n)) * 0.08333333333333333) + 0.5); }
+
+TEST(ModReaderPeriods, EveryNotePeriodComesBackAndTableNeighboursRoundToIt) {
+    ModImage m("M.K.", 4, 1);
+    // Notes 10 to 120 (those whose period fits 12 bits) by the writer's formula, then
+    // ProTracker's octave 1 and some odd values.
+    const unsigned table[] = {856, 808, 762, 720, 678, 640, 604, 570, 538, 508, 480, 453, 1712, 113, 57, 28, 2, 1};
+    for (unsigned n = 10; n <= 120; ++n) m.cell(0, (n - 1) / 4, (n - 1) % 4, formulaPeriod(n), 1, 0, 0);
+    for (unsigned i = 0; i < std::size(table); ++i) m.cell(0, 30 + i / 4, i % 4, table[i], 1, 0, 0);
+    ReadResult r = readOk(m.b);
+    for (unsigned n = 10; n <= 120; ++n) {
+        const auto cmds = test::cellCommands(*r.song, 0, (n - 1) / 4, (n - 1) % 4);
+        ASSERT_FALSE(cmds.empty());
+        // Notes whose periods coincide (the highest ones) read as the highest of them.
+        EXPECT_EQ(formulaPeriod(cmds[0].parameter + 1u), formulaPeriod(n)) << n;
+        if (formulaPeriod(n) != formulaPeriod(n + 1)) {
+            EXPECT_EQ(cmds[0].parameter, n - 1) << n;
+        }
+    }
+    const Bytes out = writeBack(*r.song);
+    ModImage w("M.K.", 4, 1);
+    w.b = out;
+    auto periodAt = [&](ModImage& img, unsigned row, unsigned c) {
+        const uint8_t* q = img.cellAt(0, row, c);
+        return unsigned((q[0] & 0x0F) << 8 | q[1]);
+    };
+    for (unsigned n = 10; n <= 120; ++n) EXPECT_EQ(periodAt(w, (n - 1) / 4, (n - 1) % 4), formulaPeriod(n));
+    for (unsigned i = 0; i < std::size(table); ++i) {
+        const unsigned p = periodAt(w, 30 + i / 4, i % 4);
+        if (table[i] >= formulaPeriod(120)) {
+            EXPECT_LE(std::abs(int(p) - int(table[i])), 1) << table[i];
+        } else {
+            EXPECT_EQ(p, formulaPeriod(120));  // below the highest note
+        }
+    }
+    EXPECT_EQ(periodAt(w, 30, 0), 856u);
+    EXPECT_EQ(periodAt(w, 30, 2), 763u);  // ProTracker's 762 lies nearest note 39
+}
+
+TEST(ModReaderLayout, SignaturesGiveChannelsAndTheWrittenSignature) {
+    const struct {
+        const char* sig;
+        unsigned channels;
+        const char* written;
+    } cases[] = {{"M.K.", 4, "M.K."}, {"M!K!", 4, "M.K."}, {"FLT4", 4, "M.K."}, {"CD61", 6, "CD61"}, {"CD81", 8, "CD81"},
+                 {"OCTA", 8, "CD81"}, {"6CHN", 6, "CD61"}, {"12CH", 12, "12CH"}, {"TDZ3", 3, "3CHN"}, {"FA06", 6, "CD61"}};
+    for (const auto& c : cases) {
+        ModImage m(c.sig, c.channels, 1);
+        m.cell(0, 63, c.channels - 1, 428, 0x1F, 0x0C, 0x20);
+        m.slot(0, {1, -1, 2, -2}, 0, 64, 0, 1);
+        ReadResult r = readOk(m.b);
+        ASSERT_TRUE(r.song) << c.sig;
+        EXPECT_EQ(r.song->channels, c.channels) << c.sig;
+        const Bytes out = writeBack(*r.song);
+        EXPECT_EQ(std::string(out.begin() + 1080, out.begin() + 1084), c.written) << c.sig;
+        ModImage w(c.written, c.channels, 1);
+        w.b = out;
+        EXPECT_TRUE(std::equal(m.cellAt(0, 63, c.channels - 1), m.cellAt(0, 63, c.channels - 1) + 4,
+                               w.cellAt(0, 63, c.channels - 1)))
+            << c.sig;
+        EXPECT_EQ(test::pcmOf(r.song->samples[0]), (std::vector<int16_t>{256, -256, 512, -512})) << c.sig;
+    }
+    // FLT8 keeps each 8-channel pattern as two 4-channel halves and counts orders in halves.
+    ModImage flt("FLT8", 4, 2);
+    flt.orders({0, 0}, 2);
+    flt.cell(0, 5, 1, 428, 2, 0, 0);  // first half, channel 1
+    flt.cell(1, 5, 1, 214, 3, 0, 0);  // second half: channel 5
+    ReadResult r = readOk(flt.b);
+    EXPECT_EQ(r.song->channels, 8);
+    EXPECT_EQ(r.song->patternCount, 1);
+    EXPECT_EQ(test::cellCommands(*r.song, 0, 5, 1)[1].parameter, 1);
+    EXPECT_EQ(test::cellCommands(*r.song, 0, 5, 5)[1].parameter, 2);
+    // A "M.K." file whose size fits 8 channels and not 4 is Mod's Grave's.
+    ModImage grave("M.K.", 8, 1);
+    grave.slot(0, {1, 2}, 0, 64, 0, 1);
+    EXPECT_EQ(readOk(grave.b).song->channels, 8);
+}
+
+TEST(ModReaderLayout, SlotsOrdersAndPatternCount) {
+    ModImage m("M.K.", 4, 3);
+    m.orders({1, 0, 1, 2}, 2);  // pattern 2 is named only past the song length
+    m.b[m.tableAt + 1] = 5;     // restart
+    for (uint8_t f = 0; f < 16; ++f) m.slot(f, {0, 0, 0, 0}, f, uint8_t(f * 4), 1, f == 0 ? 1 : 1);
+    m.slot(16, {10, 20, 30, 40, 50, 60}, 0, 64, 1, 2);  // loop frames 2..6
+    ReadResult r = readOk(m.b);
+    const SongHeader& s = *r.song;
+    EXPECT_EQ(s.patternCount, 2);
+    EXPECT_EQ(s.orderCount, 2);
+    EXPECT_EQ(s.restartPos, 5);
+    EXPECT_EQ(s.samples.size(), 31u);
+    EXPECT_EQ(s.samples[0].frequency & 0xFF, 0x80u);  // finetune 0
+    EXPECT_EQ(s.samples[8].frequency & 0xFF, 0x00u);  // -8
+    EXPECT_EQ(s.samples[16].flags, SF_LOOP);
+    EXPECT_EQ(s.samples[16].loopStart, 2u);
+    EXPECT_EQ(s.samples[16].loopEnd, 6u);
+    EXPECT_EQ(s.samples[0].flags, 0);  // a one-word loop is no loop
+    EXPECT_FALSE(r.warnings.empty());  // the dropped pattern
+    const Bytes out = writeBack(*r.song);
+    EXPECT_TRUE(std::equal(m.b.begin() + 20, m.b.begin() + 950, out.begin() + 20));  // every slot byte
+    EXPECT_EQ(out[951], 5);
+    // Restart 127 is "none": position 0, written back as 127.
+    m.b[m.tableAt + 1] = 0x7F;
+    EXPECT_EQ(readOk(m.b).song->restartPos, 0);
+}
+
+TEST(ModReaderLayout, FifteenSampleModules) {
+    ModImage st("", 4, 1, true);
+    st.b[471] = 120;  // Soundtracker's tempo byte
+    st.cell(0, 0, 0, 428, 3, 0x0C, 0x30);
+    st.slot(2, {1, 2, 3, 4}, 0, 64, 0, 1);
+    ReadResult r = readOk(st.b);
+    EXPECT_EQ(r.song->sampleCount, 15);
+    const Bytes out = writeBack(*r.song);
+    EXPECT_EQ(std::string(out.begin() + 1080, out.begin() + 1084), "N.T.");
+    ReadResult again = readOk(out);
+    EXPECT_EQ(again.song->sampleCount, 15);  // "N.T." with empty upper slots
+    EXPECT_EQ(test::fixpointDifference(*readOk(st.b).song, *again.song), "");
+    // Text or noise without a signature is no module.
+    Bytes noise(4000);
+    for (size_t i = 0; i < noise.size(); ++i) noise[i] = uint8_t(i * 131 + 7);
+    EXPECT_EQ(readMod(noise.data(), noise.size()).error, "not a MOD file: no known signature and not a 15-sample module");
+    EXPECT_EQ(readModule(noise.data(), noise.size()).error, "unknown module format: no IT, XM, S3M, MTM or MOD signature");
+}
+
+TEST(ModReaderLayout, DetectionPicksTheReader) {
+    ModImage mod("M.K.", 4, 1);
+    EXPECT_EQ(readModule(mod.b.data(), mod.b.size()).song->origin(), Origin::MOD);
+    Bytes mtm(66 + 128 + 64, 0);
+    std::memcpy(mtm.data(), "MTM\x10", 4);
+    mtm[33] = 4;
+    EXPECT_EQ(readModule(mtm.data(), mtm.size()).song->origin(), Origin::MTM);
+    mtm[3] = 0x20;  // not a MultiTracker 1.x file
+    EXPECT_FALSE(readModule(mtm.data(), mtm.size()).song);
+    Bytes it(64, 0);
+    std::memcpy(it.data(), "IMPM", 4);
+    EXPECT_NE(readModule(it.data(), it.size()).error.rfind("unknown module format", 0), 0u);
+}
+
+TEST(ModReaderDamage, CutFilesAreRefusedOrSilenced) {
+    ModImage m("M.K.", 4, 1);
+    m.cell(0, 0, 0, 428, 1, 0, 0);
+    m.slot(0, {5, 6, 7, 8, 9, 10}, 0, 64, 0, 3);
+    for (size_t n = 0; n <= m.b.size(); ++n) {
+        ReadResult r = readMod(m.b.data(), n);
+        if (n < 1084 + 1024) {
+            EXPECT_FALSE(r.song) << n;
+            EXPECT_FALSE(r.error.empty());
+        } else {
+            ASSERT_TRUE(r.song) << n;
+            // Missing data is silence; the slot keeps its length and loop.
+            EXPECT_EQ(r.song->samples[0].length, 6u);
+            EXPECT_EQ(r.song->samples[0].loopEnd, 6u);
+            EXPECT_EQ(r.song->samples[0].pcm[0][5], n == m.b.size() ? 10 * 256 : 0) << n;
+            EXPECT_EQ(r.warnings.empty(), n == m.b.size()) << n;  // the cut is reported
+        }
+    }
+    m.b[950] = 0;
+    EXPECT_EQ(readMod(m.b.data(), m.b.size()).error, "MOD file has an empty order list");
+}
+
+// Corpus files whose written copy libxmp reads differently, with the reason.
+const char* const RESTART = "restart byte 0 written as 127: libxmp then takes the file for ProTracker's (loop flags)";
+const char* const HMN = "His Master's Noise synth instruments read as plain samples";
+const char* const FLT = "Startrekker FLT4 written as M.K.: libxmp drops its Startrekker handling";
+const char* const DT = "libxmp 4.5 reads Digital Tracker's FA0x files without their 4-byte header extension";
+const char* const ST = "15-sample Soundtracker module written as \"N.T.\" with 31 slots: libxmp reads it with NoiseTracker's rules";
+const test::ExpectedDifferences MOD_DIFFERENCES = {
+    {"data/Gaffeltruck.mod", {{"sample count", "sample defaults", "sample loop", "samples per instrument"}, HMN}},
+    {"data/f/play_hmn_bad_megaarp.mod", {{"effects", "notes", "sample data", "sample defaults", "sample loop", "samples per instrument"}, HMN}},
+    {"data/m/lind.mod", {{"sample defaults", "sample loop", "samples per instrument"}, HMN}},
+    {"data/f/play_mod_bad_invloop.mod", {{"sample data"}, "sample data past the end of the file written as silence (libxmp drops it)"}},
+    {"data/flt_am_envelope.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
+    {"data/flt_am_ignore_volfx.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
+    {"data/flt_am_new_note.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
+    {"data/flt_am_override.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
+    {"data/flt_am_period_fall.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
+    {"data/m/zob-the-zob.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
+    {"data/m/Crepequs.mod", {{"effects", "instrument count", "sample count", "sample length", "sample loop"}, ST}},
+    {"data/m/sll7.mod", {{"instrument count", "sample count", "sample data", "sample length"}, ST}},
+    {"data/p/flowerpower.mod", {{"sample loop"}, RESTART}},
+    {"data/p/klisje_paa_klisje.mod", {{"sample loop"}, RESTART}},
+    {"data/p/nebulos.mod", {{"sample loop"}, RESTART}},
+    {"regression/mod/PatternJump.mod", {{"sample loop"}, RESTART}},
+    {"data/pattern_loop_dt.mod", {{"effects", "notes", "sample data"}, DT}},
+    {"data/pattern_loop_dt_breakjump.mod", {{"effects", "notes", "sample data"}, DT}},
+};
+
+TEST(ModReaderCorpus, FixpointAndLibxmp) {
+    // Refused: damaged files, ICE Tracker and AC1D-packed modules that merely share the extension.
+    const unsigned read = test::checkCorpus(test::corpusFiles({".mod"}), &readMod, "MOD", MOD_DIFFERENCES, [](const std::string& f) {
+        return test::isMalformedSample(f) || f.find("/ice") != std::string::npos || f == "data/m/InTheKitchen.mod" ||
+               f == "data/m/order_of_death_ii.mod";
+    });
+    EXPECT_EQ(read, 57u);
+}
+
+}  // namespace
+}  // namespace deqaz

@@ -28,7 +28,8 @@ TEST(HostileInput, EveryCaseEndsWithTheRightOutcome) {
         if (r.song) {
             EXPECT_FALSE(runWriteModule(*r.song).failed);  // whatever loads must also write
         } else {
-            EXPECT_TRUE(r.error == hostile::BROKEN || r.error == hostile::NOT_QAZ || r.error == "Insufficient memory") << r.error;
+            EXPECT_TRUE(r.error == hostile::BROKEN || r.error == hostile::NOT_QAZ || r.error == "Insufficient memory")
+                << r.error;
         }
     }
 }

@@ -197,7 +197,8 @@ void expectSameModule(const SongHeader& e, const SongHeader& a) {
     ASSERT_EQ(e.samples.size(), a.samples.size());
     for (size_t i = 0; i < e.samples.size(); ++i) {
         EXPECT_EQ(sampleFields(e.samples[i]), sampleFields(a.samples[i])) << "sample " << i;
-        for (int c = 0; c < 2; ++c) EXPECT_TRUE(vec(e.samples[i].pcm[c]) == vec(a.samples[i].pcm[c])) << "sample " << i << " channel " << c;
+        for (int c = 0; c < 2; ++c)
+            EXPECT_TRUE(vec(e.samples[i].pcm[c]) == vec(a.samples[i].pcm[c])) << "sample " << i << " channel " << c;
     }
     EXPECT_EQ(vec(e.channelFx), vec(a.channelFx));
     for (int k = 0; k < MAX_CHUNK_SLOTS; ++k) {

@@ -99,7 +99,8 @@ void expectSample(const XmpModule& x, int i, const SampleRecord& s, const std::v
     EXPECT_EQ((xs.flg & XMP_SAMPLE_LOOP) != 0, (s.flags & SF_LOOP) != 0) << "sample " << i;
     size_t compared = s.length;
     if (s.flags & SF_LOOP) {
-        EXPECT_EQ((std::vector<int>{xs.lps, xs.lpe}), (std::vector<int>{int(s.loopStart), int(s.loopEnd)})) << "sample " << i;
+        EXPECT_EQ(xs.lps, static_cast<int>(s.loopStart)) << "sample " << i;
+        EXPECT_EQ(xs.lpe, static_cast<int>(s.loopEnd)) << "sample " << i;
         compared = s.loopEnd;
     }
     std::vector<int16_t> got = x.samplePcm(i), want = pcm;

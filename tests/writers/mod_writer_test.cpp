@@ -270,7 +270,8 @@ TEST(ModLibxmp, RoundTrip) {
 
     EXPECT_STREQ(m.xxi[0].name, "loop");
     EXPECT_STREQ(m.xxi[2].name, "short");
-    EXPECT_EQ((std::vector<int>{m.xxi[0].sub[0].vol, m.xxi[0].sub[0].fin, m.xxi[1].sub[0].fin}), (std::vector<int>{48, 16, -16}));
+    EXPECT_EQ((std::vector<int>{m.xxi[0].sub[0].vol, m.xxi[0].sub[0].fin, m.xxi[1].sub[0].fin}),
+              (std::vector<int>{48, 16, -16}));
     for (int i = 0; i < 3; ++i) expectSample(x, i, song.samples[i]);
     for (int i = 3; i < m.smp; ++i) EXPECT_EQ(m.xxs[i].len, 0) << i;
 }

@@ -33,7 +33,8 @@ SongHeader song(unsigned channels) { return makeOnePatternSong(SH_ORIGIN_MTM, ch
 TEST(MtmHeader, FieldsOrdersAndTrackLists) {
     SongHeader s = song(4);
     s.name = "a name longer than twenty bytes";
-    for (unsigned c = 0; c < 64; ++c) s.channelPan[c] = static_cast<uint8_t>(c * 8 + 1);
+    s.channelPan = {0, 16, 17, 255, 128, 60, 33};  // every one of the 32 bytes, beyond the 4 channels too
+    s.channelPan[31] = s.channelPan[32] = 255;
     const uint16_t t1 = addTrackRows(s, {TrackRow{note(30)}});
     const uint16_t t2 = addTrackRows(s, {TrackRow{}, TrackRow{note(31)}});
     addPattern(s, 64, {t1, 0, t2, 9});  // 9: no such track, plays the empty one
@@ -43,7 +44,8 @@ TEST(MtmHeader, FieldsOrdersAndTrackLists) {
     const MtmFile f = write(s);
     EXPECT_EQ(f.text(0, 24), "MTM\x10" + s.name.substr(0, 20));
     EXPECT_EQ(f.bytes(24, 10), (Bytes{2, 0, 1, 2, 0, 0, 2, 0, 0, 4}));  // beats per track stays 0
-    for (unsigned c = 0; c < 32; ++c) EXPECT_EQ(f.u8(34 + c), (c * 8 + 1) / 17) << c;
+    EXPECT_EQ(f.bytes(34, 32), (Bytes{0, 0, 1, 15, 7, 3, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0,  //
+                                      0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 15}));
     EXPECT_EQ(f.ordersAt(), 66u + 2 * 37);
     EXPECT_EQ(f.bytes(f.ordersAt(), 128), [] { Bytes o(128, 0); o[0] = o[2] = 1; return o; }());
     // Four channels: list entries 4 to 31 are zero.
@@ -226,7 +228,7 @@ TEST(MtmLibxmp, RoundTrip) {
     EXPECT_STREQ(m.name, "mtm round trip");
     EXPECT_EQ(std::vector<int>({m.chn, m.pat, m.trk, m.len}), std::vector<int>({4, 3, 5, 4}));
     EXPECT_EQ(Bytes(m.xxo, m.xxo + 4), (Bytes{1, 0, 2, 1}));
-    for (int c = 0; c < 4; ++c) EXPECT_EQ(m.xxc[c].pan, (s.channelPan[c] / 17) << 4) << c;
+    for (int c = 0; c < 4; ++c) EXPECT_EQ(m.xxc[c].pan, (std::vector<int>{0, 240, 112, 48}[c])) << c;
 
     // libxmp reads the note field f as f + 37, so stored note n comes back as n + 14.
     std::vector<XmpCell> cells = {

@@ -249,7 +249,7 @@ TEST(S3mLibxmp, RoundTrip) {
     EXPECT_STREQ(m.name, "s3m round trip");
     EXPECT_EQ(std::vector<int>({m.spd, m.bpm, m.chn, m.pat, m.len}), std::vector<int>({5, 140, 5, 2, 3}));
     EXPECT_EQ(Bytes(m.xxo, m.xxo + 3), (Bytes{1, 0, 1}));
-    for (int c = 0; c < 5; ++c) EXPECT_EQ(m.xxc[c].pan, (s.channelPan[c] / 17) << 4) << c;
+    for (int c = 0; c < 5; ++c) EXPECT_EQ(m.xxc[c].pan, (std::vector<int>{0, 240, 112, 32, 208}[c])) << c;
 
     // Stored notes read back + 13 (note off as key off), volumes as set + 1; libxmp's own effect
     // numbers for the S3M letters.

@@ -7,6 +7,7 @@
 // aborts, so libFuzzer saves the input); crashes and sanitizer reports need no return value.
 // Buffers handed to the code under test are separate heap blocks of exactly the size given, so
 // AddressSanitizer sees a read or write one byte past any of them.
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -34,9 +35,9 @@ namespace deqaz::fuzz {
 //   unpack:  u32 body size (low 20 bits: at most 1 MiB - 1), then the packed data.
 //   predict: u16 value count (low 13 bits: at most 8191, as many as a few KiB of stream code),
 //            then the stored bit stream (given to all four decoders).
-//   vorbis:  u8 options (bit 0: split, bits 1-2: added to outBytes), u16 header size (with
-//            bit 0 set: the first that many data bytes are the borrowed header pages),
-//            u16 outBytes / 4, then the stream bytes.
+//   vorbis:  u8 options (bit 0: split, bits 1-2: added to outBytes, bit 3: fix page CRCs),
+//            u16 header size (with bit 0 set: the first that many data bytes are the borrowed
+//            header pages), u16 outBytes / 4, then the stream bytes.
 //   layer3:  u16 codecParam, u16 outBytes / 4, u8 (low 2 bits added to outBytes), then frames.
 //   tracks:  u8 options (bits 0-1: row step - 1 of the second cursor, bit 2: silent), then the
 //            track bytes.
@@ -156,6 +157,35 @@ bool fillsWholeBuffer(size_t outBytes, Decode decode) {
     return std::memcmp(first.data(), second.data(), outBytes) == 0;
 }
 
+// Rewrites the CRC of every whole Ogg page in `bytes`. A mutated page fails its CRC and libogg
+// drops it unread, so without this almost no damaged packet would reach libvorbis; with it, the
+// damaged headers and audio packets a crafted file can hold are decoded.
+inline void fixOggCrcs(uint8_t* bytes, size_t size) {
+    static const auto table = [] {
+        std::array<uint32_t, 256> t{};
+        for (uint32_t i = 0; i < 256; ++i) {
+            uint32_t r = i << 24;
+            for (int k = 0; k < 8; ++k) r = (r & 0x80000000u) ? (r << 1) ^ 0x04C11DB7u : r << 1;
+            t[i] = r;
+        }
+        return t;
+    }();
+    constexpr size_t kHeader = 27;  // fixed part; the segment table follows
+    for (size_t pos = 0; pos + kHeader <= size; ++pos) {
+        if (std::memcmp(bytes + pos, "OggS", 4) != 0) continue;
+        const size_t segments = bytes[pos + 26];
+        if (pos + kHeader + segments > size) break;
+        size_t length = kHeader + segments;
+        for (size_t k = 0; k < segments; ++k) length += bytes[pos + kHeader + k];
+        if (pos + length > size) break;
+        wr32le(bytes + pos + 22, 0);
+        uint32_t crc = 0;
+        for (size_t k = 0; k < length; ++k) crc = (crc << 8) ^ table[((crc >> 24) ^ bytes[pos + k]) & 0xFF];
+        wr32le(bytes + pos + 22, crc);
+        pos += length - 1;
+    }
+}
+
 // The Vorbis sample decoder, with or without borrowed header pages.
 inline bool runVorbis(const uint8_t* data, size_t size) {
     const uint32_t options = prefixValue(data, size, 0, 1);
@@ -169,6 +199,10 @@ inline bool runVorbis(const uint8_t* data, size_t size) {
     }
     HeapArray<uint8_t> header = exactCopy(stream, headerSize);
     HeapArray<uint8_t> stored = exactCopy(stream + headerSize, streamSize - headerSize);
+    if (options & 8) {
+        fixOggCrcs(header.data(), headerSize);
+        fixOggCrcs(stored.data(), streamSize - headerSize);
+    }
     return fillsWholeBuffer(outBytes, [&](int16_t* out) {
         decodeVorbisSample(header.data(), headerSize, stored.data(), streamSize - headerSize, out, outBytes);
     });

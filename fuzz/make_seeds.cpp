@@ -443,6 +443,10 @@ void writeVorbisSeeds() {
                   concat({{1}, le16(static_cast<uint32_t>(enc.header.size())), le16(static_cast<uint32_t>(outBytes / 4)), enc.header, enc.audio}));
         writeSeed("vorbis", base + "-short.bin", concat({{2}, le16(0), le16(static_cast<uint32_t>(outBytes / 16)), stream}));
         writeSeed("vorbis", base + "-long.bin", concat({{6}, le16(0), le16(static_cast<uint32_t>(outBytes / 2)), stream}));
+        // Page CRCs rewritten after mutation, whole and split, so damaged packets reach libvorbis.
+        writeSeed("vorbis", base + "-crc.bin", concat({{8}, le16(0), le16(static_cast<uint32_t>(outBytes / 4)), stream}));
+        writeSeed("vorbis", base + "-split-crc.bin",
+                  concat({{9}, le16(static_cast<uint32_t>(enc.header.size())), le16(static_cast<uint32_t>(outBytes / 4)), enc.header, enc.audio}));
     }
 }
 

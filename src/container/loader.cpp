@@ -23,6 +23,11 @@ constexpr uint64_t BODY_PER_PACKED_BYTE = 4096;
 // compress further. Allowed: 128 MiB, plus 64 times the file.
 constexpr uint64_t PCM_FLOOR = 128ull << 20;
 constexpr uint64_t PCM_PER_INPUT_BYTE = 64;
+// Pattern cells the writers turn out: rows (MOD, S3M and MTM always write 64) times channels,
+// over all patterns. The largest any format can hold is 240 IT patterns of 256 rows by 64
+// channels, about 4 Mi cells; beyond four times that the file is not a module. Without this
+// bound a few bytes naming 65,535 patterns of 255 channels make gigabytes of empty rows.
+constexpr uint64_t PATTERN_CELLS_MAX = 16ull << 20;
 constexpr const char* BROKEN = "Something is wrong with this file!";
 constexpr const char* NO_MEMORY = "Insufficient memory";
 
@@ -224,6 +229,11 @@ std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag) {
     }
     body.reset();
     if (!recordsOk) return fail(song->hasOrders ? NO_MEMORY : BROKEN);
+
+    uint64_t cells = 0;
+    for (size_t p = 0; p < song->patternCount; ++p)
+        cells += static_cast<uint64_t>(song->patternRows[p] < 64 ? 64 : song->patternRows[p]) * song->channels;
+    if (cells > PATTERN_CELLS_MAX) return fail(BROKEN);
 
     // The PCM every sample would decode to, checked before any of it is allocated.
     uint64_t pcmBytes = 0;

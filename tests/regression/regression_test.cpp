@@ -1,0 +1,50 @@
+// Inputs the fuzzers found troublesome, minimised and kept. The file name says the outcome:
+// "*.broken.qaz" must fail to load with the damaged-file message, "*.loads.qaz" must load and
+// write. Each once cost minutes or gigabytes; the bounds that stop that are checked by size here.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "support/module_builder.hpp"
+#include "support/qaz_fixtures.hpp"
+
+namespace deqaz {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace deqaz::test;
+
+bool endsWith(const std::string& s, const std::string& tail) {
+    return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+TEST(FuzzRegressions, EveryKeptInputEndsAsItsNameSays) {
+    const fs::path dir = fs::path(DEQAZ_SOURCE_DIR) / "tests/regression/inputs";
+    unsigned seen = 0;
+    for (const auto& entry : fs::directory_iterator(dir)) {
+        const std::string name = entry.path().filename().string();
+        SCOPED_TRACE(name);
+        std::ifstream in(entry.path(), std::ios::binary);
+        const std::vector<uint8_t> file{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        Loaded r = loadQaz(file);
+        if (endsWith(name, ".broken.qaz")) {
+            EXPECT_FALSE(r.song);
+            EXPECT_EQ(r.error, "Something is wrong with this file!");
+        } else {
+            ASSERT_TRUE(endsWith(name, ".loads.qaz")) << "name the expected outcome";
+            ASSERT_TRUE(r.song) << r.error;
+            const WriteResult w = runWriteModule(*r.song, 1);
+            EXPECT_FALSE(w.failed);
+            // Patterns are bounded by cell count, PCM by the decoded-size bound: the output of a
+            // small file stays far below a gigabyte.
+            EXPECT_LT(w.bytes.size(), 256u << 20);
+        }
+        ++seen;
+    }
+    EXPECT_GE(seen, 3u);
+}
+
+}  // namespace
+}  // namespace deqaz

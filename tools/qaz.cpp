@@ -3,7 +3,8 @@
 //   qaz [-y] [-s] [-c CODING] [-v VERSION] infile [outfile]
 // CODING: raw, delta, predict (lossless; default predict), vorbis[:QUALITY] (-0.1 to 1.0,
 // default 0.4, header pages shared between samples), mp3[:KBPS] (default 128).
-// infile/outfile may be STDIN/STDOUT. Without outfile the name is infile with ".qaz".
+// infile/outfile may be STDIN/STDOUT. Without outfile the name is infile with its extension
+// replaced by ".qaz".
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>

@@ -590,8 +590,7 @@ bool readCompressedSample(const uint8_t* data, size_t size, size_t offset, bool 
     return true;
 }
 
-// ModPlug's 4-bit ADPCM (conversion byte 0xFF on an 8-bit mono sample): a table of 16 signed
-// deltas, then one nibble per point, low nibble first, each selecting a delta to add.
+// ModPlug's 4-bit ADPCM (conversion byte 0xFF on an 8-bit mono sample).
 bool readAdpcmSample(const uint8_t* data, size_t size, size_t offset, SampleRecord& smp, ReadWarnings& warnings) {
     const size_t available = offset < size ? size - offset : 0;
     if (available < 16) {
@@ -605,12 +604,7 @@ bool readAdpcmSample(const uint8_t* data, size_t size, size_t offset, SampleReco
     smp.length = static_cast<uint32_t>(frames);
     if (frames == 0) return true;
     if (!smp.pcm[0].allocate(frames)) return false;
-    uint8_t value = 0;
-    for (size_t i = 0; i < frames; ++i) {
-        const uint8_t b = table[16 + i / 2];
-        value = static_cast<uint8_t>(value + table[(i & 1) ? b >> 4 : b & 0x0F]);
-        smp.pcm[0][i] = static_cast<int16_t>(static_cast<int8_t>(value) * 256);
-    }
+    decodeAdpcm4(table, frames, smp.pcm[0].data());
     return true;
 }
 

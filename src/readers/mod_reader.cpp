@@ -3,7 +3,8 @@
 // File layout: 20-byte song name; 31 sample slots of 30 bytes (name, then big-endian words:
 // length in words, finetune nibble, volume, loop start and loop length in words); song length,
 // restart byte, 128-entry order table; a four-character signature at 1080 that names the
-// channel count; the patterns, 64 rows of 4-byte cells per channel; the signed 8-bit sample data.
+// channel count; the patterns, 64 rows of 4-byte cells per channel; the signed 8-bit sample data
+// (or ModPlug's 4-bit ADPCM packing of it, marked "ADPCM", which is unpacked).
 // The older 15-sample layout (Soundtracker) has no signature: 15 slots, the order table at 472
 // and the patterns at 600.
 //
@@ -176,6 +177,17 @@ ReadResult fail(const char* why) {
     return r;
 }
 
+// ModPlug's ADPCM packing in a MOD: "ADPCM", then the delta table and the nibbles. Returns the
+// bytes used; sets `cut` when the file ends first (the rest of the sample stays silent).
+constexpr size_t ADPCM_HEADER = 5 + 16;
+size_t readModAdpcm(const uint8_t* p, size_t avail, SampleRecord& s, bool& cut) {
+    const size_t packed = (size_t{s.length} + 1) / 2;
+    const size_t have = std::min(packed, avail - ADPCM_HEADER);
+    if (have < packed) cut = true;
+    decodeAdpcm4(p + 5, std::min<size_t>(s.length, 2 * have), s.pcm[0].data());
+    return ADPCM_HEADER + have;
+}
+
 }  // namespace
 
 ReadResult readMod(const uint8_t* data, size_t size) {
@@ -297,15 +309,17 @@ ReadResult readMod(const uint8_t* data, size_t size) {
         s.loopStart = slot.loopStartWords * 2;
         s.loopEnd = s.loopStart + slot.loopLengthWords * 2;
         if (slot.loopLengthWords > 1) s.flags |= SF_LOOP;
+        if (s.length && !s.pcm[0].allocZeroed(s.length)) return fail("Insufficient memory");
         // Data cut off by the end of the file is silence: the slot's length and loop stay as
         // the file gives them (a length is at most 128 KiB).
-        const size_t have = pos < size ? std::min<size_t>(s.length, size - pos) : 0;
-        if (have < s.length) cut = true;
-        if (s.length) {
-            if (!s.pcm[0].allocZeroed(s.length)) return fail("Insufficient memory");
+        if (s.length && pos + ADPCM_HEADER <= size && std::memcmp(data + pos, "ADPCM", 5) == 0) {
+            pos += readModAdpcm(data + pos, size - pos, s, cut);
+        } else {
+            const size_t have = pos < size ? std::min<size_t>(s.length, size - pos) : 0;
+            if (have < s.length) cut = true;
             for (size_t k = 0; k < have; ++k) s.pcm[0][k] = static_cast<int16_t>(static_cast<uint16_t>(data[pos + k]) << 8);
+            pos += have;
         }
-        pos += have;
         if (fitLoops(s)) warnings.add("MOD: loop ends past the end of the sample cut");
     }
     if (cut) warnings.add("MOD: sample data cut short by the end of the file; the rest is silence");

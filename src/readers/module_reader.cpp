@@ -119,4 +119,13 @@ bool fitLoops(SampleRecord& s) {
     return cut;
 }
 
+void decodeAdpcm4(const uint8_t* table, size_t points, int16_t* out) {
+    uint8_t value = 0;
+    for (size_t i = 0; i < points; ++i) {
+        const uint8_t b = table[16 + i / 2];
+        value = static_cast<uint8_t>(value + table[(i & 1) ? b >> 4 : b & 0x0F]);
+        out[i] = static_cast<int16_t>(static_cast<uint16_t>(value) << 8);
+    }
+}
+
 }  // namespace deqaz

@@ -128,4 +128,10 @@ struct RawPcmLayout {
 bool readRawSample(const uint8_t* data, size_t size, size_t offset, const RawPcmLayout& layout, SampleRecord& smp,
                    bool& truncated);
 
+// ModPlug's 4-bit ADPCM sample packing, used in IT and MOD files: a table of 16 signed deltas,
+// then two points a byte (low nibble first), each the previous point plus its nibble's delta in
+// 8-bit arithmetic. Decodes `points` points as 16-bit values; the table and (points + 1) / 2
+// bytes after it must be present.
+void decodeAdpcm4(const uint8_t* table, size_t points, int16_t* out);
+
 }  // namespace deqaz

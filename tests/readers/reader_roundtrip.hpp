@@ -104,96 +104,6 @@ inline std::string fixpointDifference(const SongHeader& a, const SongHeader& b) 
     return "";
 }
 
-// One event as a player acts on it: note and instrument, then the effects of both columns as
-// a sorted list, a volume-column volume counting as effect C. Moving a command between the two
-// columns (the translation's documented moves) leaves it unchanged.
-inline std::vector<int> eventMeaning(const xmp_event& e) {
-    std::vector<int> fx;
-    if (e.vol) fx.push_back(0x0C << 8 | (e.vol - 1));
-    if (e.fxt || e.fxp) fx.push_back(e.fxt << 8 | e.fxp);
-    if (e.f2t || e.f2p) fx.push_back(e.f2t << 8 | e.f2p);
-    std::sort(fx.begin(), fx.end());
-    fx.insert(fx.begin(), {e.note, e.ins});
-    return fx;
-}
-
-inline bool sameEvent(const xmp_event& a, const xmp_event& b) {
-    return a.note == b.note && a.ins == b.ins && a.vol == b.vol && a.fxt == b.fxt && a.fxp == b.fxp && a.f2t == b.f2t &&
-           a.f2p == b.f2p;
-}
-
-// The reasons libxmp sees the written file differently from the original: empty when identical
-// (column moves aside). Each reason is a short category, counted once per module.
-inline std::set<std::string> xmpDifferences(const XmpModule& src, const XmpModule& out, bool* movedColumns = nullptr) {
-    std::set<std::string> why;
-    const xmp_module& a = src.mod();
-    const xmp_module& b = out.mod();
-    if (a.chn != b.chn) why.insert("channel count");
-    if (a.len != b.len || !std::equal(a.xxo, a.xxo + a.len, b.xxo)) why.insert("order list");
-    if (a.rst != b.rst) why.insert("restart position");
-    if (a.spd != b.spd || a.bpm != b.bpm) why.insert("speed/tempo");
-    std::set<int> seen;
-    for (int i = 0; i < std::min(a.len, b.len); ++i) {
-        const int p = a.xxo[i];
-        if (p >= a.pat || !seen.insert(p).second) continue;
-        if (src.patternRows(p) != out.patternRows(p)) {
-            why.insert("pattern rows");
-            continue;
-        }
-        for (int r = 0; r < src.patternRows(p); ++r)
-            for (int c = 0; c < std::min(a.chn, b.chn); ++c) {
-                const xmp_event ea = src.event(p, r, c);
-                const xmp_event eb = out.event(p, r, c);
-                if (sameEvent(ea, eb)) continue;
-                if (eventMeaning(ea) == eventMeaning(eb)) {
-                    if (movedColumns) *movedColumns = true;
-                    continue;
-                }
-                if (ea.note != eb.note) why.insert("notes");
-                else if (ea.ins != eb.ins) why.insert("instruments in patterns");
-                else why.insert("effects");
-            }
-    }
-    if (a.ins != b.ins) why.insert("instrument count");
-    for (int i = 0; i < std::min(a.ins, b.ins); ++i) {
-        const xmp_instrument& x = a.xxi[i];
-        const xmp_instrument& y = b.xxi[i];
-        if (x.nsm != y.nsm) {
-            why.insert("samples per instrument");
-            continue;
-        }
-        if (x.rls != y.rls || x.aei.flg != y.aei.flg || x.aei.npt != y.aei.npt || x.pei.flg != y.pei.flg ||
-            x.pei.npt != y.pei.npt || !std::equal(x.aei.data, x.aei.data + 2 * std::min(x.aei.npt, 32), y.aei.data) ||
-            !std::equal(x.pei.data, x.pei.data + 2 * std::min(x.pei.npt, 32), y.pei.data))
-            why.insert("envelopes or fadeout");
-        for (int k = 0; k < XMP_MAX_KEYS; ++k)
-            if (src.sampleForKey(i, k) != out.sampleForKey(i, k)) {
-                why.insert("key map");
-                break;
-            }
-        for (int s = 0; s < x.nsm; ++s) {
-            const xmp_subinstrument& u = x.sub[s];
-            const xmp_subinstrument& v = y.sub[s];
-            if (u.vol != v.vol || u.pan != v.pan || u.xpo != v.xpo || u.fin != v.fin || u.vwf != v.vwf || u.vde != v.vde ||
-                u.vra != v.vra || u.vsw != v.vsw || u.sid != v.sid)
-                why.insert("sample defaults");
-        }
-    }
-    if (a.smp != b.smp) why.insert("sample count");
-    for (int s = 0; s < std::min(a.smp, b.smp); ++s) {
-        const xmp_sample& x = a.xxs[s];
-        const xmp_sample& y = b.xxs[s];
-        if (x.len != y.len) {
-            why.insert("sample length");
-            continue;
-        }
-        if (x.flg != y.flg || x.lps != y.lps || x.lpe != y.lpe) why.insert("sample loop");
-        if (src.samplePcm(s, 0) != out.samplePcm(s, 0))
-            why.insert("sample data");
-    }
-    return why;
-}
-
 // The outcome of one corpus file.
 struct CorpusOutcome {
     std::string file;
@@ -204,7 +114,7 @@ struct CorpusOutcome {
     int writtenXmp = 0;            // and for the written file
     std::set<std::string> xmp;     // libxmp differences
     bool moved = false;            // identical up to documented column moves
-    bool beatsPatched = false;     // MTM: libxmp was shown the written file with 64 beats per track
+    bool patchedForLibxmp = false;  // libxmp was shown the written file with header bytes patched
     std::vector<std::string> warnings;
 };
 
@@ -231,13 +141,8 @@ inline CorpusOutcome runCorpusFile(const std::string& rel, Reader reader) {
     XmpModule src;
     XmpModule out;
     o.sourceXmp = src.load(source);
-    // The MTM writer stores 0 beats per track, which libxmp refuses; MultiTracker's tracks are
-    // always 64 rows, so libxmp is shown the written file with that value.
     Bytes forXmp = written.bytes;
-    if (forXmp.size() > 32 && std::equal(forXmp.begin(), forXmp.begin() + 3, "MTM") && forXmp[32] == 0) {
-        forXmp[32] = 64;
-        o.beatsPatched = true;
-    }
+    o.patchedForLibxmp = !patchForLibxmp(forXmp).empty();
     o.writtenXmp = out.load(forXmp);
     if (o.sourceXmp == 0 && o.writtenXmp == 0) o.xmp = xmpDifferences(src, out, &o.moved);
     return o;

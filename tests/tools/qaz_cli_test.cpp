@@ -1,0 +1,96 @@
+// The encoder as a user runs it: a real module in, a QAZ file out that deqaz converts back to the
+// same bytes whichever way it was written (file or pipe, version 4 or 5, any lossless coding).
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/run_process.hpp"
+#include "support/temp_dir.hpp"
+
+namespace deqaz {
+namespace {
+
+using namespace deqaz::test;
+
+const std::string CORPUS_MODULE = std::string(DEQAZ_CORPUS) + "/regression/xm/Arpeggio.xm";
+
+class QazCli : public ::testing::Test {
+protected:
+    ProcessResult qaz(std::vector<std::string> args, std::optional<std::string> in = std::nullopt) {
+        args.insert(args.begin(), DEQAZ_QAZ_BINARY);
+        return runProcess(args, {dir.path().string(), std::move(in)});
+    }
+    // deqaz's output for a QAZ file held in the test directory.
+    std::string converted(const std::string& qazName) {
+        ProcessResult r = runProcess({DEQAZ_BINARY, "-s", qazName, "STDOUT"}, {dir.path().string(), std::nullopt});
+        EXPECT_EQ(r.exitCode, 0) << r.err;
+        return r.out;
+    }
+    TempDir dir;
+};
+
+TEST_F(QazCli, EveryWayOfWritingConvertsBackToTheSameModule) {
+    dir.put("song.xm", readFile(CORPUS_MODULE));
+    ProcessResult r = qaz({"song.xm"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.err.find("original format: 2ch xm\n"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("done: "), std::string::npos);
+    ASSERT_TRUE(dir.exists("song.qaz")) << "without an outfile the extension becomes .qaz";
+    const std::string reference = converted("song.qaz");
+    ASSERT_GT(reference.size(), 336u);
+    EXPECT_EQ(reference.compare(0, 17, "Extended Module: "), 0);
+
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"-c", "raw"}, {"-c", "delta"}, {"-v", "4"}}) {
+        SCOPED_TRACE(args[0] + " " + args[1]);
+        std::vector<std::string> all = args;
+        all.insert(all.end(), {"-y", "song.xm", "other.qaz"});
+        ASSERT_EQ(qaz(all).exitCode, 0);
+        EXPECT_EQ(converted("other.qaz"), reference);
+    }
+    // Through the pipes, silently: nothing on standard error, the file on standard output.
+    r = qaz({"-s", "STDIN", "STDOUT"}, readFile(CORPUS_MODULE));
+    ASSERT_EQ(r.exitCode, 0);
+    EXPECT_EQ(r.err, "");
+    dir.put("piped.qaz", r.out);
+    EXPECT_EQ(converted("piped.qaz"), reference);
+}
+
+TEST_F(QazCli, LossyCodingsConvert) {
+    dir.put("song.xm", readFile(CORPUS_MODULE));
+    for (const char* coding : {"vorbis", "vorbis:0.1", "mp3", "mp3:64"}) {
+        SCOPED_TRACE(coding);
+        ASSERT_EQ(qaz({"-y", "-c", coding, "song.xm", "lossy.qaz"}).exitCode, 0);
+        const std::string out = converted("lossy.qaz");
+        EXPECT_EQ(out.compare(0, 17, "Extended Module: "), 0);
+    }
+}
+
+TEST_F(QazCli, RefusesWhatItCannotDo) {
+    const std::string usage = "Usage: qaz [-y] [-s] [-c coding] [-v version] infile [outfile]\n";
+    for (const std::vector<std::string>& args : {std::vector<std::string>{}, {"-c", "flac", "x.it"}, {"-c", "vorbis:2", "x.it"},
+                                                {"-c", "mp3:999", "x.it"}, {"-v", "3", "x.it"}}) {
+        ProcessResult r = qaz(args);
+        EXPECT_EQ(r.exitCode, 1);
+        EXPECT_EQ(r.err.rfind(usage, 0), 0u) << r.err;
+    }
+    ProcessResult r = qaz({"missing.it"});
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_EQ(r.err, "error: Can't open file :missing.it\n");
+
+    dir.put("text.mod", std::string(2000, 'x'));
+    r = qaz({"text.mod"});
+    EXPECT_EQ(r.exitCode, 3);
+    EXPECT_EQ(r.err.rfind("error: unknown module format", 0), 0u) << r.err;
+    EXPECT_FALSE(dir.exists("text.mod.qaz"));
+
+    // An existing file is kept when the question cannot be answered (no terminal, no input).
+    dir.put("song.xm", readFile(CORPUS_MODULE));
+    dir.put("song.qaz", "keep");
+    r = qaz({"song.xm"});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_EQ(dir.get("song.qaz"), "keep");
+}
+
+}  // namespace
+}  // namespace deqaz

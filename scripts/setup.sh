@@ -11,6 +11,9 @@ packages=(
   libgtest-dev libxmp-dev                     # tests: GoogleTest, libxmp as independent module reader
   clang libclang-rt-dev                       # fuzzing harness
 )
+# Callers may ask for more (scripts/roundtrip.sh adds Schism Tracker, its second judge).
+read -r -a extra <<<"${DEQAZ_EXTRA_PACKAGES:-}"
+packages+=("${extra[@]}")
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -1,7 +1,7 @@
 // IT reader: the compressed-sample decoder on hand-made blocks, the inverse effect translation
 // against the writer's translation for every volume byte and effect letter, a hand-made IT file
-// field by field, and every IT module of the corpus read, written back and read again (a
-// fixpoint), then compared with its source through libxmp.
+// field by field. The corpus goes through corpus_fixpoint_test and, judged by libxmp,
+// tests/tools/roundtrip_test.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -363,126 +363,6 @@ TEST(ItReader, PatternLongerThanItsLengthField) {
 }
 
 // ---------------------------------------------------------------------------------------------
-
-// The IT modules of the corpus; the malformed set (folder f) may be rejected or differ.
-std::vector<std::filesystem::path> corpusFiles() {
-    std::vector<std::filesystem::path> files;
-    for (const auto& e : std::filesystem::recursive_directory_iterator(DEQAZ_CORPUS)) {
-        std::string ext = e.path().extension().string();
-        std::transform(ext.begin(), ext.end(), ext.begin(), ::tolower);
-        if (ext == ".it") files.push_back(e.path());
-    }
-    return std::sort(files.begin(), files.end()), files;
-}
-
-// libxmp's view of the source against its view of the written file: song, channels used,
-// instruments, samples and every event. Events may differ by a column move (libxmp shows the
-// same effects in its two slots swapped). libxmp's IT 2.14 decoder leaves the last few points
-// of a compressed sample at 0 where the bit stream still holds them (the bits a block holds
-// decode to exactly its points here); such tails are counted apart.
-struct Verdict {
-    unsigned moves = 0, tails = 0, muted = 0;
-    std::vector<std::string> differences;
-};
-
-Verdict compareWithXmp(const Bytes& source, const Bytes& written, unsigned channels) {
-    Verdict v;
-    XmpModule a, b;
-    if (a.load(source) != 0 || b.load(written) != 0) return v.differences.push_back("libxmp rejects a file"), v;
-    const xmp_module &x = a.mod(), &y = b.mod();
-    auto differ = [&](bool same, const std::string& what) {
-        if (!same && v.differences.size() < 4) v.differences.push_back(what);
-    };
-    differ(std::tie(x.pat, x.ins, x.smp, x.len, x.spd, x.bpm, x.gvl) == std::tie(y.pat, y.ins, y.smp, y.len, y.spd, y.bpm, y.gvl) &&
-               std::equal(x.xxo, x.xxo + x.len, y.xxo),
-           "song");
-    for (unsigned c = 0; c < channels; ++c) {
-        if ((x.xxc[c].flg & XMP_CHANNEL_MUTE) && !(y.xxc[c].flg & XMP_CHANNEL_MUTE)) {  // written as volume 0
-            differ(y.xxc[c].vol == 0, "muted channel " + std::to_string(c));
-            ++v.muted;
-            continue;
-        }
-        differ(x.xxc[c].pan == y.xxc[c].pan && x.xxc[c].vol == y.xxc[c].vol, "channel " + std::to_string(c));
-    }
-    auto envelope = [](const xmp_envelope& e) {
-        return std::tuple(e.flg, e.npt, e.sus, e.sue, e.lps, e.lpe, std::vector<short>(e.data, e.data + 2 * std::clamp(e.npt, 0, 32)));
-    };
-    for (int i = 0; i < std::min(x.ins, y.ins); ++i) {
-        const xmp_instrument &p = x.xxi[i], &q = y.xxi[i];
-        bool same = std::tie(p.vol, p.nsm, p.rls) == std::tie(q.vol, q.nsm, q.rls) && envelope(p.aei) == envelope(q.aei) &&
-                    envelope(p.pei) == envelope(q.pei) && envelope(p.fei) == envelope(q.fei) && !std::memcmp(p.map, q.map, sizeof p.map);
-        for (int k = 0; same && k < p.nsm; ++k) {
-            const xmp_subinstrument &s = p.sub[k], &t = q.sub[k];
-            same = std::tie(s.vol, s.gvl, s.pan, s.vwf, s.vde, s.vra, s.vsw, s.sid, s.nna, s.dct, s.dca) ==
-                   std::tie(t.vol, t.gvl, t.pan, t.vwf, t.vde, t.vra, t.vsw, t.sid, t.nna, t.dct, t.dca);
-        }
-        differ(same, "instrument " + std::to_string(i));
-    }
-    for (int i = 0; i < std::min(x.smp, y.smp); ++i) {
-        differ(std::tie(x.xxs[i].len, x.xxs[i].lps, x.xxs[i].lpe, x.xxs[i].flg) == std::tie(y.xxs[i].len, y.xxs[i].lps, y.xxs[i].lpe, y.xxs[i].flg),
-               "sample header " + std::to_string(i));
-        const Pcm p = a.samplePcm(i), q = b.samplePcm(i);  // libxmp 4.5 keeps one channel of a stereo sample
-        size_t first = p.size(), zeros = 0, count = 0;
-        for (size_t k = 0; k < std::min(p.size(), q.size()); ++k)
-            if (p[k] != q[k]) first = std::min(first, k), zeros += p[k] == 0, ++count;
-        if (p.size() == q.size() && count && zeros == count && first + 8 >= p.size())
-            ++v.tails;
-        else
-            differ(p == q, "sample data " + std::to_string(i));
-    }
-    for (int p = 0; p < std::min(x.pat, y.pat); ++p)
-        for (int r = 0; r < a.patternRows(p); ++r)
-            for (int c = 0; c < std::max(x.chn, y.chn); ++c) {
-                const xmp_event e = a.event(p, r, c), f = b.event(p, r, c);
-                if (!std::memcmp(&e, &f, 7)) continue;
-                const bool moved = std::tie(e.note, e.ins, e.vol, e.fxt, e.fxp, e.f2t, e.f2p) == std::tie(f.note, f.ins, f.vol, f.f2t, f.f2p, f.fxt, f.fxp);
-                v.moves += moved;
-                differ(moved, "event at pattern " + std::to_string(p) + " row " + std::to_string(r) + " channel " + std::to_string(c));
-            }
-    return v;
-}
-
-TEST(ItReaderCorpus, ReadWriteReadIsAFixpointAndLibxmpAgrees) {
-    const auto files = corpusFiles();
-    ASSERT_GT(files.size(), 150u);
-    unsigned identical = 0, moves = 0, tails = 0, muted = 0, rejected = 0;
-    std::map<std::string, std::vector<std::string>> different;
-    for (const auto& path : files) {
-        SCOPED_TRACE(path.string());
-        const bool malformed = path.parent_path().filename() == "f";
-        std::ifstream in(path, std::ios::binary);
-        const Bytes source{std::istreambuf_iterator<char>(in), {}};
-        ReadResult first = readIt(source.data(), source.size());
-        if (!first.song) {
-            EXPECT_TRUE(malformed && !first.error.empty()) << first.error;
-            ++rejected;
-            continue;
-        }
-        ReadResult forWriting = readIt(source.data(), source.size());  // writing may convert PCM in place
-        const WriteResult written = runWriteModule(*forWriting.song, 1);
-        EXPECT_EQ(written.messages, "");  // no effect collisions
-        ReadResult second = readIt(written.bytes.data(), written.bytes.size());
-        ASSERT_TRUE(second.song) << second.error;
-        EXPECT_EQ(modelDifference(*first.song, *second.song), "");
-
-        const Verdict v = compareWithXmp(source, written.bytes, first.song->channels);
-        if (!v.differences.empty()) {
-            EXPECT_TRUE(malformed) << v.differences.front();
-            different[path.filename().string()] = v.differences;
-        } else {
-            ++(v.muted ? muted : v.tails ? tails : v.moves ? moves : identical);
-        }
-    }
-    std::cout << "IT corpus: " << files.size() << " files, " << rejected << " not read; through libxmp " << identical
-              << " identical, " << moves << " identical up to column moves, " << tails
-              << " identical but for libxmp's compressed-sample tails, " << muted
-              << " identical but for muted channels written with volume 0, " << different.size() << " different\n";
-    for (const auto& [name, why] : different) {
-        std::cout << "  " << name << ":";
-        for (const std::string& w : why) std::cout << " [" << w << "]";
-        std::cout << "\n";
-    }
-}
 
 }  // namespace
 }  // namespace deqaz

@@ -1,6 +1,6 @@
 // MOD reader: periods to notes and back, signatures to channel counts (and the signature the
 // writer gives back), FLT8's split patterns, sample slots, the 15-sample layout, format detection,
-// damaged files, and the corpus through the fixpoint and libxmp.
+// damaged files and ModPlug's ADPCM samples.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -242,42 +242,6 @@ TEST(ModReaderDamage, ModPlugAdpcmSamplesAreUnpacked) {
             EXPECT_EQ(r.song->samples[0].pcm[0][k], (k < 6 - 2 * drop ? expected[k] : 0) * 256) << k;
         EXPECT_EQ(r.warnings.empty(), drop == 0);
     }
-}
-
-// Corpus files whose written copy libxmp reads differently, with the reason.
-const char* const RESTART = "restart byte 0 written as 127: libxmp then takes the file for ProTracker's (loop flags)";
-const char* const HMN = "His Master's Noise synth instruments read as plain samples";
-const char* const FLT = "Startrekker FLT4 written as M.K.: libxmp drops its Startrekker handling";
-const char* const DT = "libxmp 4.5 reads Digital Tracker's FA0x files without their 4-byte header extension";
-const char* const ST = "15-sample Soundtracker module written as \"N.T.\" with 31 slots: libxmp reads it with NoiseTracker's rules";
-const test::ExpectedDifferences MOD_DIFFERENCES = {
-    {"data/Gaffeltruck.mod", {{"sample count", "sample defaults", "sample loop", "samples per instrument"}, HMN}},
-    {"data/f/play_hmn_bad_megaarp.mod", {{"effects", "notes", "sample data", "sample defaults", "sample loop", "samples per instrument"}, HMN}},
-    {"data/m/lind.mod", {{"sample defaults", "sample loop", "samples per instrument"}, HMN}},
-    {"data/f/play_mod_bad_invloop.mod", {{"sample data"}, "sample data past the end of the file written as silence (libxmp drops it)"}},
-    {"data/flt_am_envelope.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
-    {"data/flt_am_ignore_volfx.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
-    {"data/flt_am_new_note.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
-    {"data/flt_am_override.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
-    {"data/flt_am_period_fall.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
-    {"data/m/zob-the-zob.mod", {{"envelopes or fadeout", "sample loop"}, FLT}},
-    {"data/m/Crepequs.mod", {{"effects", "instrument count", "sample count", "sample length", "sample loop"}, ST}},
-    {"data/m/sll7.mod", {{"instrument count", "sample count", "sample data", "sample length"}, ST}},
-    {"data/p/flowerpower.mod", {{"sample loop"}, RESTART}},
-    {"data/p/klisje_paa_klisje.mod", {{"sample loop"}, RESTART}},
-    {"data/p/nebulos.mod", {{"sample loop"}, RESTART}},
-    {"regression/mod/PatternJump.mod", {{"sample loop"}, RESTART}},
-    {"data/pattern_loop_dt.mod", {{"effects", "notes", "sample data"}, DT}},
-    {"data/pattern_loop_dt_breakjump.mod", {{"effects", "notes", "sample data"}, DT}},
-};
-
-TEST(ModReaderCorpus, FixpointAndLibxmp) {
-    // Refused: damaged files, ICE Tracker and AC1D-packed modules that merely share the extension.
-    const unsigned read = test::checkCorpus(test::corpusFiles({".mod"}), &readMod, "MOD", MOD_DIFFERENCES, [](const std::string& f) {
-        return test::isMalformedSample(f) || f.find("/ice") != std::string::npos || f == "data/m/InTheKitchen.mod" ||
-               f == "data/m/order_of_death_ii.mod";
-    });
-    EXPECT_EQ(read, 57u);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // XM reader: cells of every volume-column and effect family read and written back through the
 // writer (the written cell must equal the source cell, or show the documented column move),
-// instrument and sample records, trailing chunks, damaged files, and the whole corpus checked
-// for the read -> write -> read fixpoint and through libxmp.
+// instrument and sample records, trailing chunks, damaged files. The corpus goes through
+// corpus_fixpoint_test and, judged by libxmp, tests/tools/roundtrip_test.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -268,22 +268,6 @@ TEST(XmReaderDamage, RejectsAndClampsWithoutReadingOutside) {
     ReadResult cut = readOk(Bytes(file.begin(), file.end() - 3));
     EXPECT_EQ(cut.song->samples[1].length, 0u);
     EXPECT_EQ(cut.song->samples[0].length, 4u);
-}
-
-const char* const STEREO = "stereo loops count both channels in ModPlug's files; libxmp 4.5 reads stereo as mono";
-const test::ExpectedDifferences XM_DIFFERENCES = {
-    {"data/f/load_xm_orders_mismatch.xm", {{"order list"}, "song length longer than the header's order table: cut"}},
-    {"data/stereo.xm", {{"sample data", "sample loop"}, STEREO}},
-    {"data/test.xm", {{"sample data", "sample loop"}, STEREO}},
-    {"regression/xm/Porta-LinkMem.xm", {{"effects"}, "X00 (no sub-command) has no track command"}},
-};
-
-TEST(XmReaderCorpus, FixpointAndLibxmp) {
-    const auto files = test::corpusFiles({".xm"});
-    // Only a file that is no XM despite its name is refused.
-    const unsigned read = test::checkCorpus(files, &readXm, "XM", XM_DIFFERENCES,
-                                            [](const std::string& f) { return f == "data/ice21_ambiguous.xm"; });
-    EXPECT_EQ(read, 125u);
 }
 
 }  // namespace

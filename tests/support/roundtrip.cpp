@@ -44,7 +44,7 @@ std::optional<std::vector<int16_t>> renderWithSchism(const fs::path& module, con
     fs::remove(wav);
     fs::create_directories(home);
     ProcessResult r = runProcess({"/usr/bin/env", "HOME=" + home.string(), "SDL_VIDEODRIVER=dummy", "SDL_AUDIODRIVER=dummy",
-                                  "timeout", "120", "schismtracker", "--diskwrite=" + wav.string(), module.string()});
+                                  "timeout", "60", "schismtracker", "--diskwrite=" + wav.string(), module.string()});
     const std::vector<uint8_t> bytes = readBytes(wav);
     if (r.exitCode != 0 || bytes.size() < 12) return std::nullopt;
     // RIFF chunks after the 12-byte header; the samples are in "data".

@@ -334,6 +334,7 @@ void writeModuleSeeds() {
             QazWriteOptions options;
             options.lossy = l.coding;
             options.shareVorbisHeaders = l.share;
+            options.lossyOnlyWhenSmaller = false;
             options.vorbisQuality = -0.1f;
             options.layer3Bitrate = 32;
             const Bytes file = writeQaz(song, options);

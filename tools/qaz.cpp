@@ -110,7 +110,8 @@ int main(int argc, char** argv) {
         return 3;
     }
     for (const std::string& w : read.warnings) say("warn: " + w + "\n");
-    if (options.lossy == LossyCoding::None) setLossless(*read.song, lossless);
+    // Lossy coding keeps a sample lossless where the codec would not make it smaller.
+    setLossless(*read.song, lossless);
     say("name: " + read.song->name + "\noriginal format: " + std::to_string(read.song->channels) + "ch " +
         originExtension(read.song->origin()) + "\n");
 

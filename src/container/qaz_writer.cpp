@@ -177,6 +177,13 @@ struct SharedHeader {
 
 }  // namespace
 
+namespace {
+
+// The bytes the sample's own lossless coding stores.
+size_t codedSize(const SampleRecord& smp) { return smp.isCoded() ? codeSampleData(smp).size() : smp.rawStoredBytes(); }
+
+}  // namespace
+
 bool planSampleStorage(const SongHeader& song, const QazWriteOptions& options, std::vector<SampleStorage>& out) {
     out.assign(song.samples.size(), {});
     std::vector<SharedHeader> shared;
@@ -198,36 +205,50 @@ bool planSampleStorage(const SongHeader& song, const QazWriteOptions& options, s
         if (options.lossy != LossyCoding::None && smp.length > 0) {
             const int channels = (smp.flags & SF_STEREO) ? 2 : 1;
             const std::vector<int16_t> pcm = interleaved(smp);
-            st.flags = static_cast<uint16_t>((smp.flags & ~SF_CODING_MASK) | SF_COMPRESSED);
-            st.headerSource = 0;
+            // A lossy stream that is not smaller than the sample's lossless coding loses sound
+            // for nothing (short samples, where the codec's headers and frames dominate): such a
+            // sample keeps its own coding.
+            const size_t losslessBytes = options.lossyOnlyWhenSmaller ? codedSize(smp) : SIZE_MAX;
             if (options.lossy == LossyCoding::Layer3) {
                 Layer3Encoded enc = encodeLayer3(pcm.data(), smp.length, channels, streamRate(smp), options.layer3Bitrate);
                 if (!enc.ok || enc.delayBytes > 0xFFFF) return false;
-                st.data = std::move(enc.frames);
-                st.codecParam = static_cast<uint16_t>(enc.delayBytes);
+                if (enc.frames.size() < losslessBytes) {
+                    st.flags = static_cast<uint16_t>((smp.flags & ~SF_CODING_MASK) | SF_COMPRESSED);
+                    st.headerSource = 0;
+                    st.data = std::move(enc.frames);
+                    st.codecParam = static_cast<uint16_t>(enc.delayBytes);
+                    st.storedSize = static_cast<int32_t>(st.data.size());
+                    continue;
+                }
             } else {
                 const long rate = streamRate(smp);
                 VorbisEncoded enc = encodeVorbis(pcm.data(), smp.length, channels, rate, options.vorbisQuality);
                 if (!enc.ok) return false;
-                st.codecParam = 0;
                 const SharedHeader* source = nullptr;
                 if (options.shareVorbisHeaders) {
                     for (const SharedHeader& h : shared)
                         if (h.channels == channels && h.rate == rate && h.bytes == enc.header) source = &h;
                 }
-                if (source && source->bytes.size() <= 0xFFFF && i - source->sample <= 0x7FFF) {
-                    // Borrow the header pages that begin the source sample's stored data.
-                    st.flags |= SF_PREDICT;
-                    st.headerSource = static_cast<int16_t>(-static_cast<int32_t>(i - source->sample));
-                    st.codecParam = static_cast<uint16_t>(source->bytes.size());
-                    st.data = std::move(enc.audio);
-                } else {
-                    if (options.shareVorbisHeaders) shared.push_back({i, channels, rate, enc.header});
-                    st.data = enc.stream();
+                const bool borrow = source && source->bytes.size() <= 0xFFFF && i - source->sample <= 0x7FFF;
+                const size_t lossyBytes = enc.audio.size() + (borrow ? 0 : enc.header.size());
+                if (lossyBytes < losslessBytes) {
+                    st.flags = static_cast<uint16_t>((smp.flags & ~SF_CODING_MASK) | SF_COMPRESSED);
+                    st.headerSource = 0;
+                    st.codecParam = 0;
+                    if (borrow) {
+                        // Borrow the header pages that begin the source sample's stored data.
+                        st.flags |= SF_PREDICT;
+                        st.headerSource = static_cast<int16_t>(-static_cast<int32_t>(i - source->sample));
+                        st.codecParam = static_cast<uint16_t>(source->bytes.size());
+                        st.data = std::move(enc.audio);
+                    } else {
+                        if (options.shareVorbisHeaders) shared.push_back({i, channels, rate, enc.header});
+                        st.data = enc.stream();
+                    }
+                    st.storedSize = static_cast<int32_t>(st.data.size());
+                    continue;
                 }
             }
-            st.storedSize = static_cast<int32_t>(st.data.size());
-            continue;
         }
         st.data = codeSampleData(smp);
         st.storedSize = smp.isCoded() ? static_cast<int32_t>(st.data.size()) : 0;

@@ -15,12 +15,15 @@ enum class LossyCoding { None, Vorbis, Layer3 };
 
 struct QazWriteOptions {
     uint8_t version = 5;  // 4 or 5 (0-4 share one layout)
-    // Lossy coding for every sample with data of its own (its flags then become SF_COMPRESSED;
+    // Lossy coding for samples with data of its own (their flags then become SF_COMPRESSED;
     // the sample's own coding flags are replaced).
     LossyCoding lossy = LossyCoding::None;
     float vorbisQuality = 0.4f;   // libvorbis VBR quality, -0.1 to 1.0
     bool shareVorbisHeaders = false;  // later samples borrow the first compatible sample's header pages
     int layer3Bitrate = 128;      // kbit/s
+    // Lossy coding only where the stream is smaller than the sample's own lossless coding;
+    // false codes every sample lossily whatever it costs.
+    bool lossyOnlyWhenSmaller = true;
     // Per sample index: coded bytes to store as they stand (a lossy stream made elsewhere). A
     // sample with coded data gets storedSize = its size; its flags and codecParam are kept.
     std::vector<std::optional<std::vector<uint8_t>>> codedData;

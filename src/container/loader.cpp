@@ -43,8 +43,9 @@ uint32_t convertOldFrequency(uint32_t stored) {
     return static_cast<uint32_t>(hz);
 }
 
-// Reads the body's records into `song`. False when a table cannot be allocated (the caller then
-// fails the load; a short body by itself is not a failure: its missing bytes read as zero).
+// Reads the body's records into `song`. False when a table cannot be allocated or the pattern
+// count is past the cell bound (the caller then fails the load; a short body by itself is not a
+// failure: its missing bytes read as zero).
 bool readRecords(InputStream& in, SongHeader& song, uint8_t version, uint32_t dataStart) {
     song.name = in.readString();
     song.message = in.readString();
@@ -52,6 +53,9 @@ bool readRecords(InputStream& in, SongHeader& song, uint8_t version, uint32_t da
     in.readBytes(stored, sizeof stored);
     parseSongHeader(stored, song);
 
+    // Every pattern is written as at least 64 rows: a count past the cell bound fails here,
+    // before its tables are allocated.
+    if (static_cast<uint64_t>(song.channels) * song.patternCount * 64 > PATTERN_CELLS_MAX) return false;
     const size_t tableEntries = static_cast<size_t>(song.channels) * song.patternCount;
     if (!song.patternTracks.allocZeroed(tableEntries) || !song.patternRows.allocZeroed(song.patternCount))
         return false;

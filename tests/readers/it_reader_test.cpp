@@ -18,6 +18,7 @@
 #include "support/module_builder.hpp"
 #include "support/xmp_compare.hpp"
 #include "writers/translate.hpp"
+#include "readers/reader_roundtrip.hpp"
 
 namespace deqaz {
 namespace {
@@ -130,13 +131,6 @@ TEST(ItInverseTranslation, EveryVolumeByteAndLetterComesBack) {
 
 // ---------------------------------------------------------------------------------------------
 
-TrackRow commandsAt(const SongHeader& s, unsigned pattern, unsigned row, unsigned channel) {
-    TrackRow out;
-    const TrackGroup g = cellAt(s.tracks[s.trackOf(pattern, channel)], row);
-    for (unsigned k = 0; g && k < g.pairCount() && g.bytes[1 + 2 * k]; ++k) out.push_back({g.bytes[1 + 2 * k], g.bytes[2 + 2 * k]});
-    return out;
-}
-
 size_t append(Bytes& f, const Bytes& part) {
     f.insert(f.end(), part.begin(), part.end());
     return f.size() - part.size();
@@ -199,27 +193,6 @@ Bytes handMadeIt() {
     return f;
 }
 
-// The second read must give the first: stored records, strings, orders, PCM, every cell.
-std::string modelDifference(const SongHeader& a, const SongHeader& b) {
-    auto song = [](const SongHeader& s) {
-        Bytes header(SONG_HEADER_STORED_SIZE);
-        storeSongHeader(s, header.data());
-        std::vector<std::tuple<Bytes, std::string, std::string, Pcm, Pcm>> samples;
-        for (const SampleRecord& x : s.samples) {
-            Bytes stored(SAMPLE_STORED_SIZE);
-            storeSample(x, stored.data());
-            samples.emplace_back(stored, x.name, x.fileName, pcmOf(x, 0), pcmOf(x, 1));
-        }
-        return std::tuple(header, s.name, s.message, Bytes(s.orders.begin(), s.orders.end()), s.instruments, samples);
-    };
-    if (song(a) != song(b)) return "records";
-    for (unsigned p = 0; p < a.patternCount; ++p)
-        for (unsigned r = 0; r < a.patternRows[p]; ++r)
-            for (unsigned c = 0; c < a.channels; ++c)
-                if (commandsAt(a, p, r, c) != commandsAt(b, p, r, c)) return "pattern " + std::to_string(p) + " row " + std::to_string(r);
-    return "";
-}
-
 TEST(ItReader, HandMadeFileFieldByField) {
     const Bytes f = handMadeIt();
     ReadResult r = readIt(f.data(), f.size());
@@ -266,13 +239,13 @@ TEST(ItReader, HandMadeFileFieldByField) {
     EXPECT_EQ(pcmOf(b), (Pcm{256, 528, 784}));  // deltas 256, 16, -16 summed twice
 
     ASSERT_EQ(s.patternRows[0], 4);
-    EXPECT_EQ(commandsAt(s, 0, 0, 0), (TrackRow{{1, 60}, {2, 0}, {15, 40}, {7, 0xFE}, {34, 0x12}}));
-    EXPECT_EQ(commandsAt(s, 0, 0, 1), (TrackRow{{11, 255}, {11, 0x40}}));
-    EXPECT_EQ(commandsAt(s, 0, 1, 0), (TrackRow{{1, 61}, {2, 1}, {7, 0}, {43, 0xF1}}));
-    EXPECT_EQ(commandsAt(s, 0, 2, 0), commandsAt(s, 0, 1, 0));
-    EXPECT_EQ(commandsAt(s, 0, 3, 3), (TrackRow{{1, 255}}));
-    EXPECT_EQ(commandsAt(s, 0, 3, 2), (TrackRow{{1, 252}, {2, 8}}));
-    EXPECT_TRUE(commandsAt(s, 0, 3, 0).empty());
+    EXPECT_EQ(cellCommands(s, 0, 0, 0), (TrackRow{{1, 60}, {2, 0}, {15, 40}, {7, 0xFE}, {34, 0x12}}));
+    EXPECT_EQ(cellCommands(s, 0, 0, 1), (TrackRow{{11, 255}, {11, 0x40}}));
+    EXPECT_EQ(cellCommands(s, 0, 1, 0), (TrackRow{{1, 61}, {2, 1}, {7, 0}, {43, 0xF1}}));
+    EXPECT_EQ(cellCommands(s, 0, 2, 0), cellCommands(s, 0, 1, 0));
+    EXPECT_EQ(cellCommands(s, 0, 3, 3), (TrackRow{{1, 255}}));
+    EXPECT_EQ(cellCommands(s, 0, 3, 2), (TrackRow{{1, 252}, {2, 8}}));
+    EXPECT_TRUE(cellCommands(s, 0, 3, 0).empty());
 
     std::string warnings;
     for (const std::string& w : r.warnings) warnings += w + "\n";
@@ -284,7 +257,7 @@ TEST(ItReader, HandMadeFileFieldByField) {
     const WriteResult w = runWriteModule(*again.song, 1);
     again = readIt(w.bytes.data(), w.bytes.size());
     ASSERT_TRUE(again.song);
-    EXPECT_EQ(modelDifference(s, *again.song), "");
+    EXPECT_EQ(fixpointDifference(s, *again.song), "");
     EXPECT_EQ(Bytes(again.song->channelFx.begin(), again.song->channelFx.end()), Bytes(s.channelFx.begin(), s.channelFx.end()));
     EXPECT_EQ(again.song->fxSlots[1].size, 3u);
 
@@ -358,7 +331,7 @@ TEST(ItReader, PatternLongerThanItsLengthField) {
     ASSERT_GT(w.bytes.size(), 70000u);  // 200 rows of 64 cells of 6 bytes
     ReadResult r = readIt(w.bytes.data(), w.bytes.size());
     ASSERT_TRUE(r.song) << r.error;
-    EXPECT_EQ(commandsAt(*r.song, 0, 199, 63), (TrackRow{{1, 22}, {2, 1}, {15, 199 % 64}, {44, 0x40}}));
+    EXPECT_EQ(cellCommands(*r.song, 0, 199, 63), (TrackRow{{1, 22}, {2, 1}, {15, 199 % 64}, {44, 0x40}}));
     EXPECT_TRUE(r.warnings.empty());
 }
 

@@ -15,6 +15,7 @@
 #include "readers/module_reader.hpp"
 #include "support/module_builder.hpp"
 #include "support/xmp_compare.hpp"
+#include "readers/reader_roundtrip.hpp"
 
 namespace deqaz {
 namespace {
@@ -22,13 +23,6 @@ namespace {
 using namespace deqaz::test;
 using Bytes = std::vector<uint8_t>;
 using Pcm = std::vector<int16_t>;
-
-TrackRow commandsAt(const SongHeader& s, unsigned pattern, unsigned row, unsigned channel) {
-    TrackRow out;
-    const TrackGroup g = cellAt(s.tracks[s.trackOf(pattern, channel)], row);
-    for (unsigned k = 0; g && k < g.pairCount() && g.bytes[1 + 2 * k]; ++k) out.push_back({g.bytes[1 + 2 * k], g.bytes[2 + 2 * k]});
-    return out;
-}
 
 // Appends a block at the next paragraph; returns its paragraph number.
 uint16_t paragraph(Bytes& f, const Bytes& block) {
@@ -113,11 +107,11 @@ TEST(S3mReader, HandMadeFileFieldByField) {
         EXPECT_EQ(std::tie(s.samples[2].name, s.samples[2].length), std::tuple("adlib", 0u));
 
         EXPECT_EQ(s.patternRows[0], 64);
-        EXPECT_EQ(commandsAt(s, 0, 0, 0), (TrackRow{{1, 48}, {2, 0}, {15, 50}, {7, 0xFE}, {34, 0x21}}));
-        EXPECT_EQ(commandsAt(s, 0, 0, 1), (TrackRow{{1, 254}, {6, 0xFE}, {34, 0x0F}}));
-        EXPECT_EQ(commandsAt(s, 0, 1, 2), (TrackRow{{15, 0}}));
-        EXPECT_EQ(commandsAt(s, 0, 63, 0), (TrackRow{{2, 1}, {11, 0x80}}));
-        EXPECT_TRUE(commandsAt(s, 0, 1, 0).empty() && commandsAt(s, 0, 1, 1).empty());
+        EXPECT_EQ(cellCommands(s, 0, 0, 0), (TrackRow{{1, 48}, {2, 0}, {15, 50}, {7, 0xFE}, {34, 0x21}}));
+        EXPECT_EQ(cellCommands(s, 0, 0, 1), (TrackRow{{1, 254}, {6, 0xFE}, {34, 0x0F}}));
+        EXPECT_EQ(cellCommands(s, 0, 1, 2), (TrackRow{{15, 0}}));
+        EXPECT_EQ(cellCommands(s, 0, 63, 0), (TrackRow{{2, 1}, {11, 0x80}}));
+        EXPECT_TRUE(cellCommands(s, 0, 1, 0).empty() && cellCommands(s, 0, 1, 1).empty());
 
         std::string warnings;
         for (const std::string& w : r.warnings) warnings += w + "\n";

@@ -177,13 +177,6 @@ struct SharedHeader {
 
 }  // namespace
 
-namespace {
-
-// The bytes the sample's own lossless coding stores.
-size_t codedSize(const SampleRecord& smp) { return smp.isCoded() ? codeSampleData(smp).size() : smp.rawStoredBytes(); }
-
-}  // namespace
-
 bool planSampleStorage(const SongHeader& song, const QazWriteOptions& options, std::vector<SampleStorage>& out) {
     out.assign(song.samples.size(), {});
     std::vector<SharedHeader> shared;
@@ -208,7 +201,8 @@ bool planSampleStorage(const SongHeader& song, const QazWriteOptions& options, s
             // A lossy stream that is not smaller than the sample's lossless coding loses sound
             // for nothing (short samples, where the codec's headers and frames dominate): such a
             // sample keeps its own coding.
-            const size_t losslessBytes = options.lossyOnlyWhenSmaller ? codedSize(smp) : SIZE_MAX;
+            std::vector<uint8_t> lossless = options.lossyOnlyWhenSmaller ? codeSampleData(smp) : std::vector<uint8_t>{};
+            const size_t losslessBytes = options.lossyOnlyWhenSmaller ? lossless.size() : SIZE_MAX;
             if (options.lossy == LossyCoding::Layer3) {
                 Layer3Encoded enc = encodeLayer3(pcm.data(), smp.length, channels, streamRate(smp), options.layer3Bitrate);
                 if (!enc.ok || enc.delayBytes > 0xFFFF) return false;
@@ -249,6 +243,9 @@ bool planSampleStorage(const SongHeader& song, const QazWriteOptions& options, s
                     continue;
                 }
             }
+            st.data = std::move(lossless);
+            st.storedSize = smp.isCoded() ? static_cast<int32_t>(st.data.size()) : 0;
+            continue;
         }
         st.data = codeSampleData(smp);
         st.storedSize = smp.isCoded() ? static_cast<int32_t>(st.data.size()) : 0;

@@ -138,7 +138,12 @@ enum class DecodeStatus { Ok, NoMemory, Broken };
 DecodeStatus decodeSamples(InputStream& in, SongHeader& song) {
     for (size_t i = 0; i < song.samples.size(); ++i) {
         SampleRecord& smp = song.samples[i];
-        if (smp.length == 0) continue;
+        if (smp.length == 0) {
+            // An empty sample has no data in a sound file; any it claims is stepped over so the
+            // samples after it are read from their own place.
+            if (smp.storedSize > 0) in.skip(static_cast<uint32_t>(smp.storedSize));
+            continue;
+        }
         if (smp.storedSize < 0) {
             // A copy of the PCM of the sample -storedSize records before this one.
             int64_t source = static_cast<int64_t>(i) + smp.storedSize;

@@ -8,6 +8,7 @@
 #include "container/qaz_writer.hpp"
 #include "support/module_builder.hpp"
 #include "support/qaz_fixtures.hpp"
+#include "support/xmp_compare.hpp"
 
 namespace deqaz {
 namespace {
@@ -44,6 +45,22 @@ TEST(Loader, EveryRecordKindReadsBackAsWritten) {
     for (auto& ins : xm.instruments) ins.fileName.clear();
     for (auto& smp : xm.samples) smp.fileName.clear();
     expectSameModule(xm, *v4.song);
+
+    // Records are held as natural fields; the stored byte layout (unaligned fields included) is
+    // the file's. Byte i of a stored record holds i.
+    uint8_t bytes[INSTRUMENT_STORED_SIZE];
+    for (size_t i = 0; i < sizeof bytes; ++i) bytes[i] = static_cast<uint8_t>(i);
+    SampleRecord smp;
+    parseSample(bytes, smp);
+    EXPECT_EQ((std::vector<uint32_t>{smp.length, smp.flags, smp.sustainStart, static_cast<uint32_t>(smp.storedSize),
+                                     smp.codecParam, static_cast<uint16_t>(smp.pan)}),
+              (std::vector<uint32_t>{0x0B0A0908, 0x1514, 0x1E1D1C1B, 0x26252423, 0x2827, 0x0706}));
+    InstrumentRecord ins;
+    parseInstrument(bytes, ins);
+    EXPECT_EQ((std::vector<uint32_t>{ins.noteMap[119].sample, ins.volumeEnvelope.points[24].value,
+                                     ins.pitchEnvelope.loopEnd, ins.fadeout, static_cast<uint16_t>(ins.pan),
+                                     ins.randomPan, ins.filterResonance}),
+              (std::vector<uint32_t>{0xE3E2, 0x4D4C, 0xBD, 0x2726, 0x2E2D, 0x3736, 0x39}));
 }
 
 TEST(Loader, OldFilesConvertLinearItFrequencies) {
@@ -109,6 +126,19 @@ TEST(Loader, ShortBodyReadsAsZeros) {
     EXPECT_EQ(r.song->orderCount, 1);
     EXPECT_EQ(r.song->flags, 0u);
     EXPECT_EQ(r.song->origin(), Origin::XM);
+
+    // Packed data whose last match does not fit the body stops there; the bytes never written
+    // read as zeros too: a literal 0x55 becomes the tempo, and everything after it is clear.
+    std::vector<uint8_t> run = body;
+    run.resize(body.size() + 600, 0x55);
+    std::vector<uint8_t> file = assembleQaz(run, 4, {});
+    wr32le(file.data() + 4, static_cast<uint32_t>(run.size() - 1));
+    Loaded stopped = load(file);
+    ASSERT_TRUE(stopped.song) << stopped.error;
+    EXPECT_EQ(stopped.song->initialTempo, 0x55);
+    EXPECT_EQ(stopped.song->flags, 0u);
+    EXPECT_EQ(stopped.song->channelPan[63], 0);
+    EXPECT_EQ(stopped.song->zxxMacro[127], 0);
 }
 
 TEST(Loader, ExtraChunkList) {
@@ -221,6 +251,17 @@ TEST(Loader, SampleDataPlacementAndShortInput) {
     for (size_t k = 0; k < 500; ++k) ASSERT_EQ(s.pcm[0][k], song.samples[0].pcm[0][k]) << k;
     EXPECT_EQ(s.pcm[0][500], song.samples[0].pcm[0][500] & 0xFF);
     for (size_t k = 501; k < 1000; ++k) ASSERT_EQ(s.pcm[0][k], 0) << k;
+
+    // An empty sample that claims stored bytes has them stepped over: the next sample's data
+    // is read from its own place.
+    SongHeader two = makeOnePatternSong(SH_ORIGIN_IT, 4);
+    addSample(two, SF_DELTA, 0);
+    addSample(two, 0, 100, 9);
+    QazWriteOptions options;
+    options.codedData = {std::vector<uint8_t>{0x7F, 0x7F, 0x7F, 0x7F, 0x7F}};
+    Loaded both = load(writeQaz(two, options));
+    ASSERT_TRUE(both.song);
+    EXPECT_EQ(pcmOf(both.song->samples[1]), pcmOf(two.samples[1]));
 }
 
 TEST(Loader, SharedHeaderSamplesCarryTheirSourceIndex) {

@@ -249,5 +249,29 @@ TEST_F(CliTest, OutputThatCannotBeCreated) {
     EXPECT_EQ(dir.listing().size(), 4u);
 }
 
+TEST_F(CliTest, MemoryThatCannotBeHadEndsTheRun) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "an address-space limit leaves the sanitizer no room";
+#endif
+    // A small file whose module is large: a 60-million-frame copy of a one-frame sample needs
+    // 120 MB once loaded, and as much again for the written module.
+    SongHeader s = makeOnePatternSong(SH_ORIGIN_IT, 4);
+    s.name = "big";
+    addSample(s, SF_16BIT, 1);
+    SampleRecord& copy = addSample(s, SF_16BIT, 1);
+    copy.storedSize = -1;
+    copy.length = 60000000;
+    dir.put("big.qaz", writeQaz(s));
+    // 64 MiB: no room for the copy while loading; 200 MiB: no room for the written module.
+    for (auto [limit, loads] : {std::pair{"--as=67108864", false}, {"--as=209715200", true}}) {
+        ProcessResult r = runProcess({"/usr/bin/prlimit", limit, DEQAZ_BINARY, "big.qaz", "out.it"},
+                                     {dir.path().string(), std::nullopt});
+        EXPECT_EQ(r.exitCode, 3) << limit;
+        const std::string head = BANNER + LOADING + (loads ? "name: big\noriginal format: 4ch it\n" : "");
+        EXPECT_EQ(r.err, head + "error: Insufficient memory\n") << limit;
+        EXPECT_FALSE(dir.exists("out.it")) << limit;
+    }
+}
+
 }  // namespace
 }  // namespace deqaz

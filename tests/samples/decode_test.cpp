@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "container/module.hpp"
 #include "samples/decode.hpp"
+#include "samples/lossy.hpp"
+#include "samples/lossy_encode.hpp"
 #include "samples/predict.hpp"
+#include "support/signals.hpp"
 
 using namespace deqaz;
 
@@ -85,4 +90,33 @@ TEST(DecodeSample, CodedStereoIsOneStreamOfBothChannels) {
     Case raw(SF_STEREO, 2, {1, 2, 3, 4});
     EXPECT_EQ(raw.decode(), (std::vector<int16_t>{0x100, 0x200}));
     EXPECT_EQ(raw.decode(), (std::vector<int16_t>{0x300, 0x400}));
+}
+
+TEST(DecodeSample, BorrowedVorbisHeaderStaysInsideTheInput) {
+    // Sample 0: audio pages that borrow their header pages from sample `0 + headerSource`, whose
+    // stored data ends the input. Exact-size input, so ASan sees any read past it.
+    const VorbisEncoded enc = encodeVorbis(test::musicalSignal(6000, 1, 22050).data(), 6000, 1, 22050, 0.3f);
+    ASSERT_TRUE(enc.ok);
+    const auto decodeWith = [&](int16_t headerSource, size_t headerKept) {
+        std::vector<uint8_t> data(enc.audio.size() + headerKept);
+        std::copy(enc.audio.begin(), enc.audio.end(), data.begin());
+        std::copy_n(enc.header.begin(), headerKept, data.begin() + static_cast<long>(enc.audio.size()));
+        Case c(SF_COMPRESSED | SF_PREDICT, 6000, std::move(data), static_cast<int32_t>(enc.audio.size()));
+        c.song.samples.resize(2);
+        c.song.samples[0].headerSource = headerSource;
+        c.song.samples[0].codecParam = static_cast<uint16_t>(enc.header.size());
+        c.song.samples[1].dataOffset = static_cast<uint32_t>(enc.audio.size());
+        return c.decode();
+    };
+    std::vector<int16_t> whole(6000);
+    const std::vector<uint8_t> stream = enc.stream();
+    decodeVorbisSample(nullptr, 0, stream.data(), stream.size(), whole.data(), whole.size() * 2);
+    ASSERT_NE(whole, std::vector<int16_t>(6000, 0));
+    EXPECT_EQ(decodeWith(1, enc.header.size()), whole);
+    // The source's data shorter than the borrowed count: only what the input holds is lent, and
+    // incomplete header pages set up no decoder.
+    EXPECT_EQ(decodeWith(1, enc.header.size() - 40), std::vector<int16_t>(6000, 0));
+    // A source outside the sample table lends nothing.
+    for (int16_t outside : {-1, 2, 300})
+        EXPECT_EQ(decodeWith(outside, enc.header.size()), std::vector<int16_t>(6000, 0)) << outside;
 }

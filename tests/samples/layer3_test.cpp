@@ -13,6 +13,7 @@
 #include "samples/lossy_encode.hpp"
 #include "support/run_process.hpp"
 #include "support/signals.hpp"
+#include "support/temp_dir.hpp"
 
 namespace deqaz {
 namespace {
@@ -183,6 +184,27 @@ TEST(Layer3Decode, MissingMainDataStillYieldsItsFrame) {
     for (size_t i = 11 * 1152; i < 12 * 1152; ++i) ASSERT_EQ(withGap[i], 0) << i;
     expectRunThenSilence(std::vector<int16_t>(withGap.begin() + 13 * 1152, withGap.end()), full,
                          full.size() - 13 * 1152, 13 * 1152, 1);
+}
+
+TEST(Layer3Decode, InfoFrameIsAnOrdinaryFrameAndNothingIsTrimmed) {
+    // lame puts an Info frame ahead of the audio, its LAME tag holding the encoder delay and
+    // padding that gapless playback trims by. Here it is one more frame (a silent one), and the
+    // audio after it comes out whole, as mpg123 --no-gapless (which skips the Info frame) gives it.
+    test::TempDir dir;
+    const auto pcm = musicalSignal(20000, 1, 44100);
+    const auto r = test::runProcess({"/usr/bin/lame", "--quiet", "-r", "-s", "44.1", "--bitwidth", "16", "--signed",
+                                     "--little-endian", "-m", "m", "-b", "128", "-", (dir / "a.mp3").string()},
+                                    {"", std::string(reinterpret_cast<const char*>(pcm.data()), pcm.size() * 2)});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const std::vector<uint8_t> stream = test::readBytes(dir / "a.mp3");
+    ASSERT_GT(stream.size(), 200u);
+    ASSERT_EQ(std::string(stream.begin() + 21, stream.begin() + 25), "Info");
+    ASSERT_EQ(std::string(stream.begin() + 141, stream.begin() + 145), "LAME");
+    const auto ref = mpg123Tool(stream);
+    ASSERT_EQ(ref.size() + 1152, frameStarts(stream).size() * 1152);
+    const auto out = decode(stream, ref.size() + 1152 + 700);
+    for (size_t i = 0; i < 1152; ++i) ASSERT_EQ(out[i], 0) << i;
+    expectRunThenSilence(std::vector<int16_t>(out.begin() + 1152, out.end()), ref, ref.size(), 0, 1);
 }
 
 TEST(Layer3Decode, DamagedStreamsNeverCrash) {

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <optional>
 
+#include "common/endian.hpp"
 #include "support/run_process.hpp"
 #include "support/temp_dir.hpp"
 
@@ -49,14 +50,14 @@ std::optional<std::vector<int16_t>> renderWithSchism(const fs::path& module, con
     if (r.exitCode != 0 || bytes.size() < 12) return std::nullopt;
     // RIFF chunks after the 12-byte header; the samples are in "data".
     for (size_t at = 12; at + 8 <= bytes.size();) {
-        const uint32_t size = bytes[at + 4] | bytes[at + 5] << 8 | bytes[at + 6] << 16 | static_cast<uint32_t>(bytes[at + 7]) << 24;
+        const uint32_t size = rd32le(&bytes[at + 4]);
         if (std::memcmp(&bytes[at], "data", 4) == 0) {
             const size_t n = std::min<size_t>(size, bytes.size() - at - 8) / 2;
             std::vector<int16_t> pcm(n);
-            std::memcpy(pcm.data(), &bytes[at + 8], n * 2);
+            for (size_t k = 0; k < n; ++k) pcm[k] = static_cast<int16_t>(rd16le(&bytes[at + 8 + 2 * k]));
             return pcm;
         }
-        at += 8 + size + (size & 1);
+        at += 8 + size_t{size} + (size & 1);
     }
     return std::nullopt;
 }

@@ -11,6 +11,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "common/endian.hpp"
+
 namespace deqaz::test {
 
 XmpModule::XmpModule() : ctx_(xmp_create_context()) {}
@@ -251,7 +253,7 @@ std::string patchForLibxmp(std::vector<uint8_t>& bytes) {
         return "MTM beats per track 0 shown to libxmp as 64";
     }
     if (bytes.size() < 0x60 || std::memcmp(bytes.data() + 0x2C, "SCRM", 4) != 0) return "";
-    auto u16 = [&](size_t at) { return at + 2 <= bytes.size() ? bytes[at] | bytes[at + 1] << 8 : 0; };
+    auto u16 = [&](size_t at) { return at + 2 <= bytes.size() ? rd16le(&bytes[at]) : 0; };
     const size_t orders = u16(0x20), samples = u16(0x22);
     unsigned patched = 0;
     for (size_t i = 0; i < samples; ++i) {

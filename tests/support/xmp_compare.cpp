@@ -134,7 +134,7 @@ bool renderIsolated(const std::vector<uint8_t>& bytes, double maxSeconds, std::v
     waitpid(child, &status, 0);
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return false;
     pcm.resize(data.size() / sizeof(int16_t));
-    std::memcpy(pcm.data(), data.data(), pcm.size() * sizeof(int16_t));
+    if (!pcm.empty()) std::memcpy(pcm.data(), data.data(), pcm.size() * sizeof(int16_t));
     return true;
 }
 

@@ -22,6 +22,7 @@
 #include "container/pack.hpp"
 #include "container/track.hpp"
 #include "container/unpack.hpp"
+#include "readers/module_reader.hpp"
 #include "samples/lossy.hpp"
 #include "samples/predict.hpp"
 #include "writers/output_buffer.hpp"
@@ -41,6 +42,7 @@ namespace deqaz::fuzz {
 //   layer3:  u16 codecParam, u16 outBytes / 4, u8 (low 2 bits added to outBytes), then frames.
 //   tracks:  u8 options (bits 0-1: row step - 1 of the second cursor, bit 2: silent), then the
 //            track bytes.
+//   readers: the whole input is a module file (IT, XM, S3M, MOD or MTM) for the encoder.
 inline constexpr size_t UNPACK_PREFIX = 4;
 inline constexpr size_t PREDICT_PREFIX = 2;
 inline constexpr size_t VORBIS_PREFIX = 5;
@@ -260,6 +262,21 @@ inline bool runTracks(const uint8_t* data, size_t size) {
     // Far beyond every group, both walks agree the row is empty.
     if (cellAt(bytes, trackSize, 0xFFFFFFFFu) || every.at(0xFFFFFFFFu) || stepped.at(0xFFFFFFFFu)) return false;
     return true;
+}
+
+// The encoder's side: any bytes through format detection and the module readers, then the
+// writers. What a reader takes must write within bounds, and the written file must read again.
+inline bool runReaders(const uint8_t* data, size_t size) {
+    HeapArray<uint8_t> file = exactCopy(data, size);
+    ReadResult read = readModule(file.data(), size);
+    if (!read.song) return !read.error.empty();
+    Diagnostics diag;
+    diag.err = nullStream();
+    OutputBuffer out;
+    out.setLimit(CONVERT_OUTPUT_LIMIT);
+    if (!writeModule(*read.song, out, diag) || out.failed()) return true;
+    HeapArray<uint8_t> written = exactCopy(out.outputData(), out.outputSize());
+    return readModule(written.data(), out.outputSize()).song != nullptr;
 }
 
 }  // namespace deqaz::fuzz

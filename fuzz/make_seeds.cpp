@@ -1,5 +1,5 @@
-// Writes the seed corpora of the fuzz targets, one folder per target, every file made by the
-// project's own writers and encoders:
+// Writes the seed corpora of the fuzz targets, one folder per target, every QAZ file and stream
+// made by the project's own writers and encoders:
 //   convert/  QAZ files: modules built in memory for every origin format and flag, every sample
 //             coding (raw, delta, second-order, stereo, copies, the 0x8000 bit, lossy Vorbis with
 //             and without shared header pages, Layer III), extra chunks, versions 4 and 5; and
@@ -9,6 +9,7 @@
 //   vorbis/   Ogg Vorbis streams, whole and split into header pages and audio pages.
 //   layer3/   Layer III frame sequences for MPEG-1, MPEG-2 and MPEG-2.5, mono and stereo.
 //   tracks/   encoded tracks using every command, and hand-made damaged ones.
+//   readers/  the shared corpus's module files up to 16 KB (damaged ones included), as they are.
 // The prefixes of each target's input are described in fuzz_paths.hpp.
 //   make_seeds OUTDIR [CORPUS_DIR]
 #include <algorithm>
@@ -365,9 +366,12 @@ void writeCorpusSeeds(const fs::path& corpus) {
         std::string ext = path.extension().string();
         std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char ch) { return std::tolower(ch); });
         auto slot = std::find_if(taken.begin(), taken.end(), [&](const auto& t) { return t.first == ext; });
-        if (slot == taken.end() || slot->second >= 3 || bytes > 40000) continue;
+        if (slot == taken.end() || bytes > 40000) continue;
         std::ifstream f(path, std::ios::binary);
         const Bytes data((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+        // The module files themselves seed the readers (damaged ones included).
+        if (bytes <= 16000) writeSeed("readers", path.stem().string() + ext, data);
+        if (slot->second >= 3) continue;
         ReadResult read = readModule(data.data(), data.size());
         if (!read.song) continue;
         const std::string name = "corpus-" + path.stem().string();

@@ -19,7 +19,7 @@ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDEQAZ_FUZZ
 cmake --build build-fuzz --target fuzz_all -j"$(nproc)"
 rm -rf build-fuzz/seeds
 build-fuzz/fuzz/make_seeds build-fuzz/seeds >/dev/null
-for target in convert unpack predict vorbis layer3 tracks; do
+for target in convert unpack predict vorbis layer3 tracks readers; do
   scratch=$(mktemp -d)
   if ! build-fuzz/fuzz/fuzz_$target -dict=fuzz/qaz.dict -max_total_time=10 -timeout=60 \
       -artifact_prefix=build-fuzz/smoke-$target- "$scratch" build-fuzz/seeds/$target \

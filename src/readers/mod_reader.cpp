@@ -34,7 +34,6 @@ namespace deqaz {
 
 namespace {
 
-constexpr size_t MOD_SLOT = 30;
 constexpr unsigned MOD_ROWS = 64;
 constexpr unsigned MOD_ORDERS = 128;
 constexpr size_t SIGNATURE_AT = 1080;

@@ -34,7 +34,8 @@ TEST(FuzzRegressions, EveryKeptInputEndsAsItsNameSays) {
         using Path = bool (*)(const uint8_t*, size_t);
         const std::pair<const char*, Path> paths[] = {{"convert-", fuzz::runConvert}, {"unpack-", fuzz::runUnpack},
                                                       {"predict-", fuzz::runPredict}, {"vorbis-", fuzz::runVorbis},
-                                                      {"layer3-", fuzz::runLayer3},   {"tracks-", fuzz::runTracks}};
+                                                      {"layer3-", fuzz::runLayer3},   {"tracks-", fuzz::runTracks},
+                                                      {"readers-", fuzz::runReaders}};
         bool replayed = false;
         for (const auto& [prefix, path] : paths)
             if (name.rfind(prefix, 0) == 0) {

@@ -4,7 +4,7 @@
 
 namespace deqaz {
 
-std::vector<uint8_t> encodeTrack(const std::vector<TrackRow>& rows) {
+std::vector<uint8_t> encodeTrack(std::span<const TrackRow> rows) {
     // Rows after the last non-empty one need no group: the walk reads them as empty.
     size_t used = rows.size();
     while (used > 0 && rows[used - 1].empty()) --used;

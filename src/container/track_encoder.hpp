@@ -1,6 +1,7 @@
 #pragma once
 // Track encoding, the inverse of the track walk: rows of command pairs become run-length groups.
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace deqaz {
@@ -21,6 +22,6 @@ using TrackRow = std::vector<TrackCommand>;
 // Encodes rows into track bytes: consecutive identical rows share a group (up to 15 rows), empty
 // rows at the end are left implicit, and the zero terminator closes the track. Rows with more
 // than 15 commands keep their first 15.
-std::vector<uint8_t> encodeTrack(const std::vector<TrackRow>& rows);
+std::vector<uint8_t> encodeTrack(std::span<const TrackRow> rows);
 
 }  // namespace deqaz

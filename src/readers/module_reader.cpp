@@ -1,6 +1,7 @@
 #include "readers/module_reader.hpp"
 
 #include <cstring>
+#include <span>
 
 #include "common/endian.hpp"
 
@@ -9,17 +10,18 @@ namespace deqaz {
 void PatternBuilder::beginPattern(unsigned rows) {
     if (open_) flushPattern();
     rows_ = rows;
-    grid_.assign(static_cast<size_t>(rows) * channels_, TrackRow{});
+    // Cells keep their allocations from pattern to pattern; emptying them is all a new one needs.
+    grid_.resize(static_cast<size_t>(rows) * channels_);
+    for (TrackRow& row : grid_) row.clear();
     open_ = true;
 }
 
-TrackRow& PatternBuilder::cell(unsigned row, unsigned channel) { return grid_[static_cast<size_t>(row) * channels_ + channel]; }
+// The grid is held channel by channel, so each channel's rows are the track's rows as they stand.
+TrackRow& PatternBuilder::cell(unsigned row, unsigned channel) { return grid_[static_cast<size_t>(channel) * rows_ + row]; }
 
 void PatternBuilder::flushPattern() {
-    std::vector<TrackRow> column(rows_);
     for (unsigned c = 0; c < channels_; ++c) {
-        for (unsigned r = 0; r < rows_; ++r) column[r] = std::move(grid_[static_cast<size_t>(r) * channels_ + c]);
-        std::vector<uint8_t> bytes = encodeTrack(column);
+        std::vector<uint8_t> bytes = encodeTrack(std::span<const TrackRow>(grid_).subspan(static_cast<size_t>(c) * rows_, rows_));
         auto it = lookup_.find(bytes);
         if (it == lookup_.end()) {
             const auto index = static_cast<uint16_t>(tracks_.size() < 0xFFFF ? tracks_.size() : 0xFFFF);

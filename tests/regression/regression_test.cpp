@@ -1,8 +1,8 @@
-// Inputs the fuzzers found troublesome, minimised and kept. The name's first word is the fuzz
-// target, whose code path the input replays (its property checks must hold); for whole files
-// ("convert-") the last words say the outcome: "*.broken.qaz" must fail to load with the
-// damaged-file message, "*.loads.qaz" must load and write. Each once cost minutes or gigabytes;
-// the bounds that stop that are checked by size here.
+// Inputs the fuzzers found troublesome, kept (minimised where that kept the trouble). The name's
+// first word is the fuzz target, whose code path the input replays (its property checks must
+// hold); for whole files ("convert-") the last words say the outcome: "*.broken.qaz" must fail to
+// load with the damaged-file message, "*.loads.qaz" must load and write. Each once cost seconds,
+// minutes or gigabytes; the bounds that stop that are checked by size here.
 #include <gtest/gtest.h>
 
 #include <filesystem>

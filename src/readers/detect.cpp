@@ -18,6 +18,16 @@ bool startsWithNoCase(const uint8_t* data, size_t size, const char* text) {
     return true;
 }
 
+// Files crunched with Pack-Ice (an Atari ST and Amiga packer) are common among old MODs. Versions
+// 2.x mark the start with "Ice!" or "ICE!" followed by the packed and unpacked sizes; 1.x put "Ice!"
+// at the end. Only a file that no reader claims is looked at, so a module whose name happens to
+// begin with "Ice!" still reads.
+bool packIce(const uint8_t* data, size_t size) {
+    if (size < 12) return false;
+    return std::memcmp(data, "Ice!", 4) == 0 || std::memcmp(data, "ICE!", 4) == 0 ||
+           std::memcmp(data + size - 4, "Ice!", 4) == 0;
+}
+
 }  // namespace
 
 ReadResult readModule(const uint8_t* data, size_t size) {
@@ -28,7 +38,8 @@ ReadResult readModule(const uint8_t* data, size_t size) {
     if (size >= 4 && std::memcmp(data, "MTM", 3) == 0 && (data[3] >> 4) == 1) return readMtm(data, size);
     ReadResult mod = readMod(data, size);
     if (!mod.song && mod.error.rfind("not a MOD file", 0) == 0)
-        mod.error = "unknown module format: no IT, XM, S3M, MTM or MOD signature";
+        mod.error = packIce(data, size) ? "packed with Pack-Ice, not a module: unpack it first"
+                                        : "unknown module format: no IT, XM, S3M, MTM or MOD signature";
     return mod;
 }
 

@@ -186,10 +186,17 @@ TEST(ModReaderLayout, FifteenSampleModules) {
     for (size_t i = 0; i < noise.size(); ++i) noise[i] = uint8_t(i * 131 + 7);
     EXPECT_EQ(readMod(noise.data(), noise.size()).error, "not a MOD file: no known signature and not a 15-sample module");
     EXPECT_EQ(readModule(noise.data(), noise.size()).error, "unknown module format: no IT, XM, S3M, MTM or MOD signature");
+    // A crunched file is named as such, whichever end carries the packer's mark.
+    std::memcpy(noise.data(), "ICE!", 4);
+    EXPECT_EQ(readModule(noise.data(), noise.size()).error, "packed with Pack-Ice, not a module: unpack it first");
+    std::memcpy(noise.data(), "abcd", 4);
+    std::memcpy(noise.data() + noise.size() - 4, "Ice!", 4);
+    EXPECT_EQ(readModule(noise.data(), noise.size()).error, "packed with Pack-Ice, not a module: unpack it first");
 }
 
 TEST(ModReaderLayout, DetectionPicksTheReader) {
     ModImage mod("M.K.", 4, 1);
+    std::memcpy(mod.b.data(), "Ice! Ice!", 9);  // a song name, not the packer's mark
     EXPECT_EQ(readModule(mod.b.data(), mod.b.size()).song->origin(), Origin::MOD);
     Bytes mtm(66 + 128 + 64, 0);
     std::memcpy(mtm.data(), "MTM\x10", 4);

@@ -6,7 +6,7 @@
 #   scripts/roundtrip.sh [seconds of audio per render, default 20]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-DEQAZ_EXTRA_PACKAGES="schism" scripts/setup.sh build
+scripts/setup.sh build
 seconds="${1:-20}"
 mkdir -p docs
 for coding in predict vorbis:0.4 mp3:32; do

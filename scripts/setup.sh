@@ -5,15 +5,17 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(
-  g++ cmake ninja-build pkg-config            # toolchain
-  libogg-dev libvorbis-dev libmpg123-dev      # sample decoding
-  libmp3lame-dev                              # Layer III encoding for the QAZ writer
-  libgtest-dev libxmp-dev                     # tests: GoogleTest, libxmp as independent module reader
-  clang libclang-rt-dev                       # fuzzing harness
+  g++ cmake ninja-build pkg-config      # the build
+  libogg-dev libvorbis-dev              # Ogg Vorbis sample decoding; libvorbisenc for the QAZ writer
+  libmpg123-dev                         # Layer III sample decoding
+  libmp3lame-dev                        # Layer III encoding for the QAZ writer
+  libgtest-dev                          # tests: GoogleTest
+  libxmp-dev                            # tests, scripts/roundtrip.sh: libxmp judges the modules we write
+  mpg123 lame                           # tests/samples/layer3_test.cpp: reference Layer III decoder and encoder
+  util-linux coreutils                  # tests: prlimit (memory limits), env and timeout (running Schism)
+  clang libclang-rt-dev                 # scripts/test.sh: the fuzzing build and its smoke run
+  schism                                # scripts/roundtrip.sh: Schism Tracker, the round trip's second judge
 )
-# Callers may ask for more (scripts/roundtrip.sh adds Schism Tracker, its second judge).
-read -r -a extra <<<"${DEQAZ_EXTRA_PACKAGES:-}"
-packages+=("${extra[@]}")
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

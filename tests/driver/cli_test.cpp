@@ -264,7 +264,7 @@ TEST_F(CliTest, MemoryThatCannotBeHadEndsTheRun) {
     dir.put("big.qaz", writeQaz(s));
     // 64 MiB: no room for the copy while loading; 200 MiB: no room for the written module.
     for (auto [limit, loads] : {std::pair{"--as=67108864", false}, {"--as=209715200", true}}) {
-        ProcessResult r = runProcess({"/usr/bin/prlimit", limit, DEQAZ_BINARY, "big.qaz", "out.it"},
+        ProcessResult r = runProcess({"prlimit", limit, DEQAZ_BINARY, "big.qaz", "out.it"},
                                      {dir.path().string(), std::nullopt});
         EXPECT_EQ(r.exitCode, 3) << limit;
         const std::string head = BANNER + LOADING + (loads ? "name: big\noriginal format: 4ch it\n" : "");

@@ -38,13 +38,13 @@ std::string formatOf(const std::string& messages) {
 // Schism Tracker's render of a module (its whole song, 44.1 kHz 16-bit stereo), or nothing when
 // it is not installed or fails.
 std::optional<std::vector<int16_t>> renderWithSchism(const fs::path& module, const fs::path& work) {
-    static const bool installed = fs::exists("/usr/bin/schismtracker");
+    static const bool installed = !findProgram("schismtracker").empty();
     if (!installed) return std::nullopt;
     const fs::path wav = work / "schism.wav";
     const fs::path home = work / "schism-home";
     fs::remove(wav);
     fs::create_directories(home);
-    ProcessResult r = runProcess({"/usr/bin/env", "HOME=" + home.string(), "SDL_VIDEODRIVER=dummy", "SDL_AUDIODRIVER=dummy",
+    ProcessResult r = runProcess({"env", "HOME=" + home.string(), "SDL_VIDEODRIVER=dummy", "SDL_AUDIODRIVER=dummy",
                                   "timeout", "60", "schismtracker", "--diskwrite=" + wav.string(), module.string()});
     const std::vector<uint8_t> bytes = readBytes(wav);
     if (r.exitCode != 0 || bytes.size() < 12) return std::nullopt;

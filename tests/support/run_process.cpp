@@ -8,7 +8,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -19,8 +21,36 @@ extern char** environ;
 
 namespace deqaz::test {
 
+std::string findProgram(const std::string& name) {
+    if (name.find('/') != std::string::npos) return name;
+    const char* path = std::getenv("PATH");
+    std::string_view dirs = path && *path ? path : "/usr/bin:/bin";
+    while (!dirs.empty()) {
+        const size_t colon = dirs.find(':');
+        const std::string dir(dirs.substr(0, colon));
+        const std::string candidate = (dir.empty() ? "." : dir) + "/" + name;
+        if (access(candidate.c_str(), X_OK) == 0) return candidate;
+        dirs = colon == std::string_view::npos ? "" : dirs.substr(colon + 1);
+    }
+    return "";
+}
+
+// The Debian package that provides each outside program the tests run (scripts/setup.sh).
+static const char* packageOf(const std::string& program) {
+    static const std::pair<const char*, const char*> packages[] = {
+        {"mpg123", "mpg123"}, {"lame", "lame"}, {"prlimit", "util-linux"}, {"env", "coreutils"}};
+    for (const auto& [name, package] : packages)
+        if (program == name) return package;
+    return "?";
+}
+
 ProcessResult runProcess(const std::vector<std::string>& args, const ProcessOptions& options) {
     ProcessResult result;
+    const std::string program = findProgram(args.at(0));
+    if (program.empty()) {
+        ADD_FAILURE() << args[0] << " is not on PATH: install the Debian package " << packageOf(args[0]);
+        return result;
+    }
     // A child that exits without reading all its input must not kill the test with SIGPIPE;
     // the child itself gets the default action back below.
     signal(SIGPIPE, SIG_IGN);
@@ -56,7 +86,7 @@ ProcessResult runProcess(const std::vector<std::string>& args, const ProcessOpti
     argv.push_back(nullptr);
 
     pid_t pid = -1;
-    const int rc = posix_spawn(&pid, argv[0], &actions, &attr, argv.data(), environ);
+    const int rc = posix_spawn(&pid, program.c_str(), &actions, &attr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attr);
     if (in[0] >= 0) close(in[0]);

@@ -19,7 +19,12 @@ struct ProcessResult {
     std::string err;
 };
 
-// args[0] is the program path. Fails the calling test (gtest ADD_FAILURE) when it cannot start.
+// The path of a program: a name with a slash as it is, else the first executable of that name on
+// PATH; empty when there is none.
+std::string findProgram(const std::string& name);
+
+// args[0] is the program: a path, or a name looked up on PATH. Fails the calling test (gtest
+// ADD_FAILURE) when it is missing, naming the Debian package that provides it, or cannot start.
 ProcessResult runProcess(const std::vector<std::string>& args, const ProcessOptions& options = {});
 
 }  // namespace deqaz::test

@@ -1,5 +1,6 @@
 #include "common/diagnostics.hpp"
 
+#include <cstdarg>
 #include <cstring>
 
 namespace deqaz {
@@ -10,6 +11,15 @@ void Diagnostics::setError(const char* message) {
 
 void Diagnostics::say(const char* text) const {
     if (!silent()) std::fputs(text, err);
+}
+
+void Diagnostics::note(const char* format, ...) {
+    char text[200];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    notes.emplace_back(text);
 }
 
 }  // namespace deqaz

@@ -16,7 +16,7 @@ WriterFn writerFor(uint32_t songFlags) {
     return &writeXm;
 }
 
-bool writeModule(SongHeader& song, OutputBuffer& out, const Diagnostics& diag) {
+bool writeModule(const SongHeader& song, OutputBuffer& out, Diagnostics& diag) {
     out.reset();
     WriteContext ctx{song, out, diag};
     writerFor(song.flags)(ctx);

@@ -303,7 +303,7 @@ void writePattern(const SongHeader& song, OutputBuffer& out, unsigned pattern, u
 }  // namespace
 
 void writeIt(WriteContext& ctx) {
-    SongHeader& song = ctx.song;
+    const SongHeader& song = ctx.song;
     OutputBuffer& out = ctx.out;
     const ItCounts counts = countsOf(song);
     const bool instrumentMode = (song.flags & SH_IT_INSTRUMENTS) != 0;

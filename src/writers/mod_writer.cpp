@@ -5,24 +5,21 @@
 // 4-byte cells, then the sample data as signed 8-bit bytes. Every word is big-endian; notes are
 // stored as Amiga periods.
 //
-// What the layout has no room for is cut to fit and reported on the message stream (unless
-// silent), never written past its field:
+// Fields hold the low bits of their sums: a slot's word counts keep 16 bits (a loop that ends
+// before it starts wraps), a cell's third byte is the instrument's low nibble times 16 plus the
+// effect, so an effect above 15 carries into the nibble above. The song length byte is the low
+// byte of the order count; the table lists the first 128 orders.
+//
+// What the layout has no room for is cut to fit and noted in the diagnostics:
 // - 31 sample slots: samples beyond the 31st are neither described nor written.
 // - The signature names at most 99 channels ("99CH"): channels beyond are dropped from every
 //   pattern.
-// - 128 order entries: only the table is cut; the song length byte still holds the low byte of
-//   the order count.
-// - Slot lengths count 16-bit words in 16 bits: a sample longer than 131070 frames is cut there
-//   (its loop clamped into what remains), so the data that follows stays where the slots say.
 // - MOD data is 8-bit mono: a 16-bit or stereo sample is written as the high byte of its first
 //   channel, so the slot's length still matches the bytes written.
-// - Effects are a nibble: a translated effect above 15 (a command from the IT/S3M side) would
-//   spill into the instrument bits and is dropped with its parameter.
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include "common/endian.hpp"
@@ -41,7 +38,6 @@ constexpr unsigned MOD_ORDERS = 128;
 constexpr unsigned MOD_ROWS = 64;
 constexpr unsigned MOD_MAX_CHANNELS = 99;
 constexpr size_t MOD_CELL_SIZE = 4;
-constexpr uint32_t MOD_MAX_FRAMES = 2u * 0xFFFF;  // the slot length is a 16-bit word count
 
 struct ModCounts {
     unsigned channels;  // written, at most 99
@@ -59,31 +55,6 @@ ModCounts countsOf(const SongHeader& song) {
     c.slots = std::min(c.samples, MOD_SLOTS);
     c.patterns = static_cast<unsigned>(std::min<size_t>(song.patternCount, song.patternRows.size()));
     return c;
-}
-
-void warn(const WriteContext& ctx, const char* format, unsigned a, unsigned b = 0) {
-    char text[160];
-    std::snprintf(text, sizeof text, format, a, b);
-    ctx.diag.say(text);
-}
-
-// The part of a sample the file holds: its frames and loop, all within MOD's word counts.
-struct ModSampleSpan {
-    uint32_t frames;
-    uint32_t loopStart;
-    uint32_t loopEnd;
-    bool cut;
-};
-
-ModSampleSpan spanOf(const SampleRecord& smp) {
-    ModSampleSpan span{smp.length, smp.loopStart, smp.loopEnd, false};
-    if (span.frames > MOD_MAX_FRAMES + 1) {  // 131071 frames still fit: 65535 words and a byte
-        span.frames = MOD_MAX_FRAMES;
-        span.loopStart = std::min(span.loopStart, span.frames);
-        span.loopEnd = std::min(span.loopEnd, span.frames);
-        span.cut = true;
-    }
-    return span;
 }
 
 bool isPlainMod(const SampleRecord& smp) { return !(smp.flags & (SF_16BIT | SF_STEREO)); }
@@ -114,14 +85,12 @@ void putSignature(unsigned samples, unsigned channels, uint8_t* p) {
 void buildSlot(const SongHeader& song, unsigned index, uint8_t* p) {
     const SampleRecord& smp = song.samples[index];
     copyName(p, 22, sampleNameOrInstrument(song, index));
-    const ModSampleSpan span = spanOf(smp);
-    const uint32_t loopLength = span.loopEnd > span.loopStart ? span.loopEnd - span.loopStart : 0;
-    wr16be(p + 22, static_cast<uint16_t>(span.frames / 2));
+    wr16be(p + 22, static_cast<uint16_t>(smp.length / 2));
     // The stored fine-tune is signed + 128; MOD keeps a signed nibble (0..7, then 8..15 = -8..-1).
     p[24] = static_cast<uint8_t>(((smp.frequency & 0xFF) ^ 0x80) >> 4);
     p[25] = smp.volume;
-    wr16be(p + 26, static_cast<uint16_t>(span.loopStart / 2));
-    wr16be(p + 28, static_cast<uint16_t>(loopLength / 2));
+    wr16be(p + 26, static_cast<uint16_t>(smp.loopStart / 2));
+    wr16be(p + 28, static_cast<uint16_t>((smp.loopEnd - smp.loopStart) / 2));
 }
 
 void buildHeader(const SongHeader& song, const ModCounts& counts, uint8_t* h) {
@@ -141,14 +110,12 @@ uint16_t periodOf(uint8_t note) {
     return static_cast<uint16_t>(static_cast<uint32_t>(period + 0.5) & 0x0FFF);
 }
 
-// Writes every pattern; returns how many cells lost an effect above 15.
-unsigned writePatterns(const WriteContext& ctx, const ModCounts& counts, const TranslateContext& tctx) {
+void writePatterns(const WriteContext& ctx, const ModCounts& counts, const TranslateContext& tctx) {
     const SongHeader& song = ctx.song;
     OutputBuffer& out = ctx.out;
     const unsigned channels = counts.channels;
     std::array<TrackCursor, MOD_MAX_CHANNELS> cursors{};
     std::array<uint8_t, MOD_MAX_CHANNELS * MOD_CELL_SIZE> row{};
-    unsigned droppedEffects = 0;
 
     for (unsigned p = 0; p < counts.patterns; ++p) {
         // One cursor per channel keeps the rebuild linear in the track length.
@@ -158,22 +125,16 @@ unsigned writePatterns(const WriteContext& ctx, const ModCounts& counts, const T
             for (unsigned c = 0; c < channels; ++c) {
                 EventCell cell;
                 translateEvent(cell, cursors[c].at(r), tctx);
-                if (cell.effect > 0x0F) {
-                    cell.effect = 0;
-                    cell.parameter = 0;
-                    ++droppedEffects;
-                }
                 const uint16_t period = periodOf(cell.note);
                 uint8_t* q = row.data() + MOD_CELL_SIZE * c;
                 q[0] = static_cast<uint8_t>((cell.instrument & 0xF0) | (period >> 8));
                 q[1] = static_cast<uint8_t>(period);
-                q[2] = static_cast<uint8_t>((cell.instrument << 4) | cell.effect);
+                q[2] = static_cast<uint8_t>((cell.instrument << 4) + cell.effect);
                 q[3] = cell.parameter;
             }
             out.appendOutput(row.data(), MOD_CELL_SIZE * channels);
         }
     }
-    return droppedEffects;
 }
 
 // Writes `frames` signed 8-bit values from the high bytes of the sample's first channel (past
@@ -192,40 +153,32 @@ void writeFirstChannel8(OutputBuffer& out, const SampleRecord& smp, uint32_t fra
 }  // namespace
 
 void writeMod(WriteContext& ctx) {
-    SongHeader& song = ctx.song;
+    const SongHeader& song = ctx.song;
     OutputBuffer& out = ctx.out;
     const ModCounts counts = countsOf(song);
 
-    if (counts.samples > MOD_SLOTS)
-        warn(ctx, "warn: MOD holds %u samples; %u more dropped\n", MOD_SLOTS, counts.samples - MOD_SLOTS);
+    if (counts.samples > MOD_SLOTS) ctx.diag.note("MOD holds 31 samples; %u more dropped", counts.samples - MOD_SLOTS);
     if (song.channels > MOD_MAX_CHANNELS)
-        warn(ctx, "warn: MOD holds %u channels; %u more dropped\n", MOD_MAX_CHANNELS, song.channels - MOD_MAX_CHANNELS);
+        ctx.diag.note("MOD holds 99 channels; %u more dropped", song.channels - MOD_MAX_CHANNELS);
     if (counts.orders > MOD_ORDERS)
-        warn(ctx, "warn: MOD holds %u orders; %u more dropped from the table\n", MOD_ORDERS, counts.orders - MOD_ORDERS);
+        ctx.diag.note("MOD lists 128 orders; %u more left out of the table", counts.orders - MOD_ORDERS);
     unsigned reduced = 0;
-    unsigned cut = 0;
-    for (unsigned i = 0; i < counts.slots; ++i) {
-        if (!isPlainMod(song.samples[i])) ++reduced;
-        if (spanOf(song.samples[i]).cut) ++cut;
-    }
-    if (reduced) warn(ctx, "warn: MOD samples are 8-bit mono; %u 16-bit or stereo samples reduced\n", reduced);
-    if (cut) warn(ctx, "warn: MOD samples hold %u frames; %u longer samples cut\n", MOD_MAX_FRAMES, cut);
+    for (unsigned i = 0; i < counts.slots; ++i) reduced += !isPlainMod(song.samples[i]);
+    if (reduced) ctx.diag.note("MOD samples are 8-bit mono; %u 16-bit or stereo samples reduced", reduced);
 
     std::array<uint8_t, MOD_HEADER_SIZE> header{};
     buildHeader(song, counts, header.data());
     out.appendOutput(header.data(), header.size());
 
     const TranslateContext tctx{targetOf(song.flags), &ctx.diag};
-    const unsigned droppedEffects = writePatterns(ctx, counts, tctx);
-    if (droppedEffects) warn(ctx, "warn: MOD effects run 0 to F; %u higher ones dropped\n", droppedEffects);
+    writePatterns(ctx, counts, tctx);
 
     for (unsigned i = 0; i < counts.slots; ++i) {
-        SampleRecord& smp = song.samples[i];
-        const ModSampleSpan span = spanOf(smp);
-        if (isPlainMod(smp) && !span.cut)
+        const SampleRecord& smp = song.samples[i];
+        if (isPlainMod(smp))
             out.writeSamplePcm(smp, 0);
         else
-            writeFirstChannel8(out, smp, span.frames);
+            writeFirstChannel8(out, smp, smp.length);
     }
 }
 

@@ -113,14 +113,15 @@ void OutputBuffer::truncate(uint32_t size) {
     size_ = size;
 }
 
-void OutputBuffer::writeSamplePcm(SampleRecord& sample, unsigned mode) {
+void OutputBuffer::writeSamplePcm(const SampleRecord& sample, unsigned mode, unsigned channels) {
     const bool wide = (sample.flags & SF_16BIT) != 0;
     const bool toUnsigned = (mode & PCM_UNSIGNED) != 0;
     const bool delta = (mode & PCM_DELTA) != 0;
     const uint32_t length = sample.length;
     if (length == 0) return;
 
-    for (auto& buffer : sample.pcm) {
+    for (unsigned ch = 0; ch < channels && ch < 2; ++ch) {
+        const HeapArray<int16_t>& buffer = sample.pcm[ch];
         if (!buffer) break;  // channel 2 only for stereo samples
         const uint64_t bytes = wide ? 2ull * length : length;
         // Sample data is the bulk of the file: reserve exactly, no slack.
@@ -133,10 +134,7 @@ void OutputBuffer::writeSamplePcm(SampleRecord& sample, unsigned mode) {
         uint16_t previous = 0;
         for (uint32_t i = 0; i < length; ++i) {
             uint16_t value = i < have ? static_cast<uint16_t>(buffer[i]) : 0;
-            if (toUnsigned) {
-                value = static_cast<uint16_t>(value + 0x8000);
-                if (i < have) buffer[i] = static_cast<int16_t>(value);
-            }
+            if (toUnsigned) value = static_cast<uint16_t>(value + 0x8000);
             if (wide) {
                 const uint16_t word = delta ? static_cast<uint16_t>(value - previous) : value;
                 wr16le(dst, word);

@@ -40,9 +40,9 @@ public:
     // Shrinks the output back to `size` bytes (size at most outputSize).
     void truncate(uint32_t size);
 
-    // Rule 3: appends the PCM of one sample, channel 1 then channel 2, in the given mode
-    // (PCM_UNSIGNED, PCM_DELTA). PCM_UNSIGNED converts the sample's buffers in place.
-    void writeSamplePcm(SampleRecord& sample, unsigned mode);
+    // Rule 3: appends the PCM of one sample, channel 1 then channel 2 (at most `channels` of
+    // them), in the given mode (PCM_UNSIGNED, PCM_DELTA).
+    void writeSamplePcm(const SampleRecord& sample, unsigned mode, unsigned channels = 2);
 
     uint8_t* outputData() { return data_; }
     const uint8_t* outputData() const { return data_; }

@@ -7,19 +7,14 @@
 // offset divided by 16, so every block it addresses starts on a multiple of 16; the gaps are
 // zero bytes.
 //
-// What S3M cannot hold is reported on the message stream (unless silent) rather than written
-// out of range:
-// - more than 32 channels: the channel table, the pan table and the 5-bit channel number of a
-//   packed cell have room for 32; the rest are dropped;
-// - more than eight channels on one side: see channelSettings;
-// - notes above octave 15: the note byte keeps the octave in a nibble; such notes are dropped;
-// - blocks past what a pointer reaches (1 MiB for headers and patterns, 256 MiB for sample data):
-//   the pointer is left 0 and the block is not written (a pattern then reads as empty, a sample
-//   header announces no data).
+// Fields hold the low bits of their values: a note byte is (n - 1) / 12 * 16 + (n - 1) % 12 in
+// one byte, so notes past octave 15 wrap; a paragraph pointer keeps 16 bits (24 for sample
+// data). More than 32 channels do not fit the channel table, the pan table and the 5-bit
+// channel number of a packed cell: the first 32 are written and the rest noted in the
+// diagnostics.
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include "common/endian.hpp"
@@ -36,8 +31,6 @@ constexpr unsigned S3M_ROWS = 64;
 constexpr size_t S3M_HEADER_SIZE = 96;
 constexpr size_t S3M_SAMPLE_SIZE = 80;
 constexpr uint32_t PARAGRAPH = 16;
-constexpr uint32_t MAX_POINTER16 = 0xFFFF;    // parapointer table entries
-constexpr uint32_t MAX_POINTER24 = 0xFFFFFF;  // sample data pointers
 constexpr uint8_t CHANNEL_OFF = 0xFF;
 constexpr uint8_t MASTER_VOLUME = 0x30;
 constexpr uint8_t MASTER_STEREO = 0x80;
@@ -72,31 +65,6 @@ S3mCounts countsOf(const SongHeader& song) {
     return c;
 }
 
-// What the writer had to leave out, reported once at the end.
-struct S3mLosses {
-    unsigned droppedChannels = 0;
-    unsigned sharedLeft = 0;   // left channels beyond the eighth
-    unsigned sharedRight = 0;  // right channels beyond the eighth
-    unsigned droppedNotes = 0;
-    unsigned unreachedBlocks = 0;
-};
-
-void warn(const WriteContext& ctx, const char* format, unsigned a, unsigned b = 0) {
-    char text[160];
-    std::snprintf(text, sizeof text, format, a, b);
-    ctx.diag.say(text);
-}
-
-void report(const WriteContext& ctx, const S3mLosses& l) {
-    if (l.droppedChannels) warn(ctx, "warn: S3M holds 32 channels; %u more dropped\n", l.droppedChannels);
-    if (l.sharedLeft || l.sharedRight)
-        warn(ctx, "warn: S3M has 8 channel codes per side; %u left and %u right channels share codes\n",
-             l.sharedLeft, l.sharedRight);
-    if (l.droppedNotes) warn(ctx, "warn: S3M notes end at octave 15; %u higher notes dropped\n", l.droppedNotes);
-    if (l.unreachedBlocks)
-        warn(ctx, "warn: S3M pointers cannot reach %u blocks; left empty\n", l.unreachedBlocks);
-}
-
 // Channel settings. S3M codes 0-7 are the left channels L1-L8 and 8-15 the right R1-R8 (16 and
 // up are AdLib channels). Channels are counted per side in channel order, centre (pan 128)
 // counting as left; the n-th left channel gets code n and the n-th right channel 8 + n, so the
@@ -104,7 +72,7 @@ void report(const WriteContext& ctx, const S3mLosses& l) {
 // channel of a side (it would give 8, a right code, or 16, an AdLib code), so the code is taken
 // modulo 8 within its side: the eighth channel takes the code the rule leaves free (0 or 8) and
 // from the ninth on the codes repeat. Every channel keeps its side; only with more than eight
-// channels on a side do two channels share a code, which is reported.
+// channels on a side do two channels share a code, which is noted.
 struct ChannelSettings {
     std::array<uint8_t, S3M_MAX_CHANNELS> codes;
     unsigned left = 0;
@@ -172,30 +140,20 @@ void alignParagraph(OutputBuffer& out) {
     out.skip((PARAGRAPH - out.outputSize() % PARAGRAPH) % PARAGRAPH);
 }
 
-// The paragraph pointer of the current (aligned) output position, or 0 when it does not fit.
-uint32_t paragraphHere(const OutputBuffer& out, uint32_t limit, S3mLosses& losses) {
-    const uint32_t paragraph = out.outputSize() / PARAGRAPH;
-    if (paragraph <= limit) return paragraph;
-    ++losses.unreachedBlocks;
-    return 0;
-}
+// The paragraph pointer of the current (aligned) output position.
+uint32_t paragraphHere(const OutputBuffer& out) { return out.outputSize() / PARAGRAPH; }
 
 // Note byte: octave in the high nibble, semitone in the low; 0xFF no note, 0xFE note cut or off.
-uint8_t noteByte(uint8_t note, S3mLosses& losses) {
+uint8_t noteByte(uint8_t note) {
     if (note == 0) return NOTE_NONE;
     if (note >= 0xFE) return NOTE_OFF;
-    const unsigned octave = (note - 1u) / 12;
-    if (octave > 15) {
-        ++losses.droppedNotes;
-        return NOTE_NONE;
-    }
-    return static_cast<uint8_t>(octave * 16 + (note - 1u) % 12);
+    return static_cast<uint8_t>((note - 1u) / 12 * 16 + (note - 1u) % 12);
 }
 
 // Packs one cell: a flag byte holding the channel number, plus 0x20 for note and instrument,
 // 0x40 for volume and 0x80 for effect and parameter, then those fields. An empty cell writes
 // nothing. Only the effect byte decides 0x80: a parameter without an effect is not written.
-void packCell(OutputBuffer& out, unsigned channel, const EventCell& cell, S3mLosses& losses) {
+void packCell(OutputBuffer& out, unsigned channel, const EventCell& cell) {
     auto flag = static_cast<uint8_t>(channel);
     const bool noteAndInstrument = cell.note != 0 || cell.instrument != 0;
     if (noteAndInstrument) flag |= 0x20;
@@ -204,7 +162,7 @@ void packCell(OutputBuffer& out, unsigned channel, const EventCell& cell, S3mLos
     if (flag == channel) return;
     out.put8(flag);
     if (noteAndInstrument) {
-        out.put8(noteByte(cell.note, losses));
+        out.put8(noteByte(cell.note));
         out.put8(cell.instrument);
     }
     if (cell.volume) out.put8(static_cast<uint8_t>(cell.volume - 1));  // cells hold volume + 1
@@ -216,7 +174,7 @@ void packCell(OutputBuffer& out, unsigned channel, const EventCell& cell, S3mLos
 
 // Writes the packed rows of one pattern after its 16-bit length; always 64 rows.
 void writePattern(const SongHeader& song, OutputBuffer& out, unsigned pattern, unsigned channels,
-                  const TranslateContext& tctx, S3mLosses& losses) {
+                  const TranslateContext& tctx) {
     const uint32_t start = out.outputSize();
     out.put16(0);  // length, patched below
 
@@ -228,7 +186,7 @@ void writePattern(const SongHeader& song, OutputBuffer& out, unsigned pattern, u
         for (unsigned c = 0; c < channels; ++c) {
             EventCell cell;
             translateEvent(cell, cursors[c].at(r), tctx);
-            packCell(out, c, cell, losses);
+            packCell(out, c, cell);
         }
         out.put8(0);  // end of row
     }
@@ -239,16 +197,16 @@ void writePattern(const SongHeader& song, OutputBuffer& out, unsigned pattern, u
 }  // namespace
 
 void writeS3m(WriteContext& ctx) {
-    SongHeader& song = ctx.song;
+    const SongHeader& song = ctx.song;
     OutputBuffer& out = ctx.out;
     const S3mCounts counts = countsOf(song);
-    S3mLosses losses;
-    losses.droppedChannels = song.channels - counts.channels;
+    if (song.channels > counts.channels)
+        ctx.diag.note("S3M holds 32 channels; %u more dropped", song.channels - counts.channels);
 
     const ChannelSettings settings = channelSettings(song, counts.channels);
-    losses.sharedLeft = settings.left > 8 ? settings.left - 8 : 0;
-    losses.sharedRight = settings.right > 8 ? settings.right - 8 : 0;
-
+    if (settings.left > 8 || settings.right > 8)
+        ctx.diag.note("S3M has 8 channel codes a side; %u left and %u right channels share codes",
+                      settings.left > 8 ? settings.left - 8 : 0, settings.right > 8 ? settings.right - 8 : 0);
     std::array<uint8_t, S3M_HEADER_SIZE> header{};
     buildHeader(song, counts, settings, header.data());
     out.appendOutput(header.data(), header.size());
@@ -267,7 +225,7 @@ void writeS3m(WriteContext& ctx) {
     {
         std::array<uint8_t, S3M_SAMPLE_SIZE> scratch;
         for (unsigned i = 0; i < counts.samples; ++i) {
-            out.patch16(tableAt + 2 * i, static_cast<uint16_t>(paragraphHere(out, MAX_POINTER16, losses)));
+            out.patch16(tableAt + 2 * i, static_cast<uint16_t>(paragraphHere(out)));
             scratch.fill(0);
             buildSample(song, i, scratch.data());
             out.appendOutput(scratch.data(), scratch.size());
@@ -277,30 +235,18 @@ void writeS3m(WriteContext& ctx) {
     const TranslateContext tctx{targetOf(song.flags), &ctx.diag};
     for (unsigned p = 0; p < counts.patterns; ++p) {
         alignParagraph(out);
-        const uint32_t pointer = paragraphHere(out, MAX_POINTER16, losses);
-        if (pointer == 0) continue;  // unreachable: reads as an empty pattern
-        out.patch16(tableAt + 2 * (counts.samples + p), static_cast<uint16_t>(pointer));
-        writePattern(song, out, p, counts.channels, tctx, losses);
+        out.patch16(tableAt + 2 * (counts.samples + p), static_cast<uint16_t>(paragraphHere(out)));
+        writePattern(song, out, p, counts.channels, tctx);
     }
 
     for (unsigned i = 0; i < counts.samples; ++i) {
-        SampleRecord& smp = song.samples[i];
         const uint32_t headerAt = firstSampleAt + static_cast<uint32_t>(S3M_SAMPLE_SIZE) * i;
         alignParagraph(out);
-        const uint32_t pointer = paragraphHere(out, MAX_POINTER24, losses);
-        if (pointer == 0) {
-            // The header must not promise data that is not there.
-            out.patch32(headerAt + SMP_LENGTH, 0);
-            out.patch32(headerAt + SMP_LOOP_START, 0);
-            out.patch32(headerAt + SMP_LOOP_END, 0);
-            continue;
-        }
+        const uint32_t pointer = paragraphHere(out);
         out.patch8(headerAt + SMP_POINTER_HIGH, static_cast<uint8_t>(pointer >> 16));
         out.patch16(headerAt + SMP_POINTER_LOW, static_cast<uint16_t>(pointer));
-        out.writeSamplePcm(smp, PCM_UNSIGNED);
+        out.writeSamplePcm(song.samples[i], PCM_UNSIGNED);
     }
-
-    report(ctx, losses);
 }
 
 }  // namespace deqaz

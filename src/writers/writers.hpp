@@ -1,7 +1,8 @@
 #pragma once
 // Writer dispatch and the per-format writers. Each writer appends a whole module file to the
-// output buffer, reading the loaded module; none can fail (a buffer that cannot grow is reported
-// by the buffer itself).
+// output buffer, reading the loaded module and leaving it as it was, so writing it twice gives
+// the same bytes; none can fail (a buffer that cannot grow is reported by the buffer itself).
+// What a format has no room for is recorded in the diagnostics' notes, never printed.
 #include "common/diagnostics.hpp"
 #include "container/module.hpp"
 #include "container/track.hpp"
@@ -10,14 +11,14 @@
 namespace deqaz {
 
 struct WriteContext {
-    SongHeader& song;  // PCM_UNSIGNED output converts sample buffers in place
+    const SongHeader& song;
     OutputBuffer& out;
-    const Diagnostics& diag;
+    Diagnostics& diag;
 };
 
 // Resets the buffer and runs the writer chosen by the origin flags. Returns false only when the
 // output buffer failed (no memory, or output past 32-bit offsets).
-bool writeModule(SongHeader& song, OutputBuffer& out, const Diagnostics& diag);
+bool writeModule(const SongHeader& song, OutputBuffer& out, Diagnostics& diag);
 
 void writeIt(WriteContext& ctx);
 void writeXm(WriteContext& ctx);

@@ -6,14 +6,13 @@
 // delta-coded data; finally the trailing chunks "text" (song message), "MIDI" (macro
 // configuration) and the extension blocks.
 //
-// Rooms the format does not have are reported on the message stream rather than written past:
-// the order table holds 256 entries, so a longer order list is cut to 256 and the song length
-// says 256; a pattern's packed size is a 16-bit field, so a pattern that packs to more keeps the
-// low 16 bits, as FastTracker's own layout dictates, with a warning that the file is damaged.
+// Fields hold the low bits of their values: the song length is the order count while the table
+// lists the first 256 orders, a pattern's packed size keeps 16 bits, and a loop's length is the
+// unsigned 32-bit difference of its end and start, which wraps when the start lies past the end.
+// What does not fit is noted in the diagnostics.
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include "common/endian.hpp"
@@ -46,7 +45,7 @@ constexpr uint8_t XM_PACKED = 0x80;
 // Counts as the records actually hold them, so a header never promises more than is written.
 struct XmCounts {
     unsigned channels;
-    unsigned orders;  // orders written, at most the table's 256
+    unsigned orders;  // the song length; the table lists at most 256
     unsigned instruments;
     unsigned samples;
     unsigned patterns;
@@ -55,17 +54,11 @@ struct XmCounts {
 XmCounts countsOf(const SongHeader& song) {
     XmCounts c{};
     c.channels = song.channels;
-    c.orders = static_cast<unsigned>(std::min<size_t>({song.orderCount, song.orders.size(), XM_MAX_ORDERS}));
+    c.orders = static_cast<unsigned>(std::min<size_t>(song.orderCount, song.orders.size()));
     c.instruments = static_cast<unsigned>(std::min<size_t>(song.instrumentCount, song.instruments.size()));
     c.samples = static_cast<unsigned>(std::min<size_t>(song.sampleCount, song.samples.size()));
     c.patterns = static_cast<unsigned>(std::min<size_t>(song.patternCount, song.patternRows.size()));
     return c;
-}
-
-void warn(const WriteContext& ctx, const char* format, unsigned a, unsigned b = 0) {
-    char text[160];
-    std::snprintf(text, sizeof text, format, a, b);
-    ctx.diag.say(text);
 }
 
 void buildHeader(const SongHeader& song, const XmCounts& counts, uint8_t* h) {
@@ -84,7 +77,7 @@ void buildHeader(const SongHeader& song, const XmCounts& counts, uint8_t* h) {
     wr16le(h + 74, (song.flags & SH_LINEAR_SLIDES) ? 1 : 0);
     wr16le(h + 76, song.initialSpeed);
     wr16le(h + 78, song.initialTempo);
-    if (counts.orders) std::memcpy(h + 80, song.orders.data(), counts.orders);
+    if (counts.orders) std::memcpy(h + 80, song.orders.data(), std::min(counts.orders, XM_MAX_ORDERS));
 }
 
 // Packs one cell: the flag byte, then each field that is non-zero. The flag byte is written
@@ -142,8 +135,7 @@ void writePattern(const WriteContext& ctx, unsigned pattern, unsigned channels,
         return;
     }
     const uint32_t packed = out.outputSize() - dataAt;
-    if (packed > 0xFFFF)
-        warn(ctx, "warn: XM pattern %u packs to %u bytes; its 16-bit size field is wrong\n", pattern, packed);
+    if (packed > 0xFFFF) ctx.diag.note("XM pattern %u packs to %u bytes; its size field keeps the low 16 bits", pattern, packed);
     out.patch16(headerAt + 7, static_cast<uint16_t>(packed));
 }
 
@@ -237,7 +229,7 @@ void buildInstrument(const InstrumentRecord& ins, const SampleRun& run, uint8_t*
 void buildSample(const SampleRecord& smp, uint8_t* h) {
     const unsigned shift = (smp.flags & SF_16BIT) ? 1 : 0;
     const unsigned channelShift = (smp.flags & SF_STEREO) ? 1 : 0;
-    const uint32_t loopLength = smp.loopEnd > smp.loopStart ? smp.loopEnd - smp.loopStart : 0;
+    const uint32_t loopLength = smp.loopEnd - smp.loopStart;
     wr32le(h + 0, smp.length << (shift + channelShift));
     wr32le(h + 4, smp.loopStart << shift);
     wr32le(h + 8, loopLength << shift);
@@ -258,7 +250,7 @@ void buildSample(const SampleRecord& smp, uint8_t* h) {
 }
 
 void writeInstruments(WriteContext& ctx, const XmCounts& counts) {
-    SongHeader& song = ctx.song;
+    const SongHeader& song = ctx.song;
     OutputBuffer& out = ctx.out;
 
     // First sample naming each instrument number, found in one pass so that the per-instrument
@@ -307,13 +299,11 @@ void writeTrailingChunks(const SongHeader& song, OutputBuffer& out) {
 }  // namespace
 
 void writeXm(WriteContext& ctx) {
-    SongHeader& song = ctx.song;
+    const SongHeader& song = ctx.song;
     OutputBuffer& out = ctx.out;
     const XmCounts counts = countsOf(song);
-
-    const size_t orders = std::min<size_t>(song.orderCount, song.orders.size());
-    if (orders > XM_MAX_ORDERS)
-        warn(ctx, "warn: XM holds %u orders; %u more dropped\n", XM_MAX_ORDERS, static_cast<unsigned>(orders - XM_MAX_ORDERS));
+    if (counts.orders > XM_MAX_ORDERS)
+        ctx.diag.note("XM lists 256 orders; %u more left out of the table", counts.orders - XM_MAX_ORDERS);
 
     std::array<uint8_t, XM_HEADER_SIZE> header{};
     buildHeader(song, counts, header.data());

@@ -3,6 +3,8 @@
 // are read back with libxmp and compared with the module they came from.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "container/qaz_writer.hpp"
 #include "support/module_builder.hpp"
 #include "support/run_process.hpp"
@@ -142,6 +144,29 @@ TEST_P(Convert, WrittenModuleHoldsTheSourceModule) {
             }
         }
     }
+}
+
+// Values past the format's fields (note 200, instrument 70, effect 0x13, 300 orders, a loop that
+// starts past its end) are written by the fields' arithmetic: standard error carries the banner
+// and the run's own lines, nothing more.
+TEST_P(Convert, ValuesBeyondTheFormatAddNoMessage) {
+    SongHeader song = makeSong(GetParam().flags, 4);
+    song.name = "beyond";
+    PatternGrid grid(64, 4);
+    grid.at(0, 0) = {note(199), instrument(69), cmd(43, 0x91)};
+    grid.at(1, 1) = {note(89), instrument(69), cmd(47, 0x10)};
+    addPattern(song, grid);
+    setOrders(song, std::vector<uint8_t>(300, 0));
+    SampleRecord& smp = addLoopedSample(song, 0, 100, 90, 100, 1);
+    smp.loopStart = 120;
+    std::string messages;
+    const std::vector<uint8_t> qaz = writeQaz(song, QazWriteOptions{});
+    const size_t written = convert(qaz, messages).size();
+    const size_t at = messages.find("loading...\n");
+    ASSERT_NE(at, std::string::npos) << messages;
+    EXPECT_EQ(std::count(messages.begin(), messages.begin() + at, '\n'), 7);  // the banner
+    EXPECT_EQ(messages.substr(at), "loading...\nname: beyond\noriginal format: 4ch " + std::string(GetParam().extension) +
+                                       "\ndone: " + std::to_string(qaz.size()) + " -> " + std::to_string(written) + "\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryOrigin, Convert, ::testing::ValuesIn(FORMATS),

@@ -20,6 +20,7 @@ using Bytes = std::vector<uint8_t>;
 struct FileView {
     Bytes b;
     std::string messages;
+    std::vector<std::string> notes;
 
     void need(size_t o, size_t n) const {
         if (o > b.size() || n > b.size() - o) throw std::out_of_range("read past the written file");
@@ -40,6 +41,7 @@ View writeFile(void (*writer)(WriteContext&), SongHeader& song, int silentCount 
     View v;
     v.b = std::move(r.bytes);
     v.messages = std::move(r.messages);
+    v.notes = std::move(r.notes);
     return v;
 }
 

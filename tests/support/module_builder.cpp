@@ -150,6 +150,7 @@ WriteResult run(SongHeader& song, int silentCount, bool dispatch, void (*writer)
     }
     if (out.outputSize()) result.bytes.assign(out.outputData(), out.outputData() + out.outputSize());
     result.messages = capture.text();
+    result.notes = capture.diag.notes;
     return result;
 }
 

@@ -77,6 +77,7 @@ public:
 struct WriteResult {
     std::vector<uint8_t> bytes;
     std::string messages;
+    std::vector<std::string> notes;  // the diagnostics' notes
     bool failed = false;
 };
 WriteResult runWriter(void (*writer)(WriteContext&), SongHeader& song, int silentCount = 0);

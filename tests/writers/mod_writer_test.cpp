@@ -108,8 +108,7 @@ TEST(ModHeader, OrdersBeyondTheTable) {
     EXPECT_EQ(f.u8(950), 200);
     EXPECT_EQ(f.bytes(952, 128), Bytes(orders.begin(), orders.begin() + 128));
     EXPECT_EQ(f.text(1080, 4), "M.K.");
-    EXPECT_EQ(f.messages, "warn: MOD holds 128 orders; 72 more dropped from the table\n");
-    EXPECT_EQ(write(song, 1).messages, "");
+    EXPECT_EQ(f.notes, std::vector<std::string>{"MOD lists 128 orders; 72 more left out of the table"});
 }
 
 TEST(ModHeader, EmptyModuleIsTheHeaderAlone) {
@@ -135,7 +134,8 @@ TEST(ModPatterns, CellsAndPeriods) {
                                                     {47, 453}, {71, 113}, {72, 107}, {255, 0}};
     for (unsigned i = 0; i < std::size(periods); ++i) g.at(1 + i, 1) = {note(periods[i].first)};
     g.at(20, 3) = {instrument(0x2A), cmd(6, 0x20), cmd(18, 6)};  // second effect dropped
-    g.at(21, 3) = {cmd(47, 0x10)};                               // no MOD effect number
+    g.at(21, 3) = {cmd(47, 0x10)};                               // effect 35 carries into the nibble above
+    g.at(22, 3) = {instrument(0x2A), cmd(43, 0x91)};             // effect 0x13
     addPattern(song, g);
     setOrders(song, {0});
     const ModFile f = write(song);
@@ -149,8 +149,9 @@ TEST(ModPatterns, CellsAndPeriods) {
             << "note " << int(periods[i].first) + 1;
     }
     EXPECT_EQ(f.cell(0, 20, 3), (Bytes{0x20, 0, 0xB3, 0x20}));
-    EXPECT_EQ(f.cell(0, 21, 3), (Bytes{0, 0, 0, 0}));
-    EXPECT_EQ(f.messages, "2 effects in 1 row!\nwarn: MOD effects run 0 to F; 1 higher ones dropped\n");
+    EXPECT_EQ(f.cell(0, 21, 3), (Bytes{0, 0, 0x23, 0x10}));
+    EXPECT_EQ(f.cell(0, 22, 3), (Bytes{0x20, 0, 0xC3, 0x91}));  // 0xB0 + 0x13
+    EXPECT_EQ(f.messages, "2 effects in 1 row!\n");
 }
 
 TEST(ModPatterns, AlwaysSixtyFourRows) {
@@ -184,39 +185,40 @@ TEST(ModPatterns, ChannelsBeyond99AreDropped) {
     EXPECT_EQ(f.text(1080, 4), "99CH");
     ASSERT_EQ(f.b.size(), f.samplesAt(1));
     EXPECT_EQ(f.cell(0, 0, 98), (Bytes{0x03, 0x58, 0, 0}));
-    EXPECT_EQ(f.messages, "warn: MOD holds 99 channels; 2 more dropped\n");
+    EXPECT_EQ(f.notes, std::vector<std::string>{"MOD holds 99 channels; 2 more dropped"});
 }
 
 // ---------------------------------------------------------------------------------------------
 // Samples beyond what MOD describes
 
-TEST(ModSamples, BeyondTheRoomAreCutAndReported) {
+// Slot words are the fields' arithmetic in 16 bits: a long sample's length wraps, and so does a
+// loop whose start lies past its end; the data is written whole.
+TEST(ModSamples, SlotWordsWrapAndDataIsWhole) {
     SongHeader song = minimalSong();
     addSample(song, SF_16BIT, 10, 1);
     addSample(song, SF_STEREO, 6, 2);
     SampleRecord& big = addSample(song, SF_LOOP, 140000, 3);
     big.loopStart = 131000;
     big.loopEnd = 139000;
-    addSample(song, 0, 131071, 4);  // still fits: 65535 words and one byte
+    SampleRecord& backwards = addSample(song, SF_LOOP, 20, 4);
+    backwards.loopStart = 10;
+    backwards.loopEnd = 4;  // 4 - 10 wraps to 0xFFFFFFFA; halved, its low 16 bits are 0xFFFD
     while (song.samples.size() < 33) addSample(song, 0, 2, static_cast<unsigned>(song.samples.size()));
     const ModFile f = write(song);
     EXPECT_EQ(f.bytes(f.slot(0) + 22, 2), (Bytes{0, 5}));
     EXPECT_EQ(f.bytes(f.slot(1) + 22, 2), (Bytes{0, 3}));
-    EXPECT_EQ(f.bytes(f.slot(2) + 22, 8), (Bytes{0xFF, 0xFF, 2, 64, 0xFF, 0xDC, 0, 35}));
-    EXPECT_EQ(f.bytes(f.slot(3) + 22, 2), (Bytes{0xFF, 0xFF}));
+    EXPECT_EQ(f.bytes(f.slot(2) + 22, 8), (Bytes{0x11, 0x70, 2, 64, 0xFF, 0xDC, 0x0F, 0xA0}));
+    EXPECT_EQ(f.bytes(f.slot(3) + 22, 8), (Bytes{0, 10, 2, 64, 0, 5, 0xFF, 0xFD}));
     EXPECT_EQ(f.u16be(f.slot(30) + 22), 1);
 
-    size_t d = f.samplesAt(1);
-    ASSERT_EQ(f.b.size(), d + 10 + 6 + 131070 + 131071 + 27 * 2);
+    const size_t d = f.samplesAt(1);
+    ASSERT_EQ(f.b.size(), d + 10 + 6 + 140000 + 20 + 27 * 2);
     EXPECT_EQ(f.bytes(d, 10), expectedData(song.samples[0], 10));
     EXPECT_EQ(f.bytes(d + 10, 6), expectedData(song.samples[1], 6));  // channel 1 only
-    EXPECT_EQ(f.bytes(d + 16, 131070), expectedData(song.samples[2], 131070));
-    EXPECT_EQ(f.bytes(d + 16 + 131070, 131071), expectedData(song.samples[3], 131071));
-    EXPECT_EQ(f.messages,
-              "warn: MOD holds 31 samples; 2 more dropped\n"
-              "warn: MOD samples are 8-bit mono; 2 16-bit or stereo samples reduced\n"
-              "warn: MOD samples hold 131070 frames; 1 longer samples cut\n");
-    EXPECT_EQ(write(song, 1).messages, "");
+    EXPECT_EQ(f.bytes(d + 16, 140000), expectedData(song.samples[2], 140000));
+    EXPECT_EQ(f.notes, (std::vector<std::string>{"MOD holds 31 samples; 2 more dropped",
+                                                 "MOD samples are 8-bit mono; 2 16-bit or stereo samples reduced"}));
+    EXPECT_EQ(f.messages, "");
 }
 
 // ---------------------------------------------------------------------------------------------

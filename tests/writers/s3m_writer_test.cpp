@@ -92,8 +92,7 @@ TEST(S3mHeader, ChannelLimits) {
     s = song(12, {64, 64, 64, 64, 64, 250, 64, 64, 64, 64, 64, 64});
     f = write(s);
     EXPECT_EQ(f.bytes(64, 12), (Bytes{1, 2, 3, 4, 5, 9, 6, 7, 0, 1, 2, 3}));
-    EXPECT_EQ(f.messages, "warn: S3M has 8 channel codes per side; 3 left and 0 right channels share codes\n");
-    EXPECT_EQ(write(s, 1).messages, "");
+    EXPECT_EQ(f.notes, std::vector<std::string>{"S3M has 8 channel codes a side; 3 left and 0 right channels share codes"});
 
     // Channels past 32 are dropped from the tables and the patterns.
     s = makeSong(SH_ORIGIN_S3M, 34);
@@ -104,7 +103,7 @@ TEST(S3mHeader, ChannelLimits) {
     f = write(s);
     EXPECT_EQ(f.u8(64 + 31), 0);  // the 32nd left channel
     EXPECT_EQ(f.packedRows(0), rows({0x20 | 31, 0x00, 0x00, 0}, 1));
-    EXPECT_NE(f.messages.find("warn: S3M holds 32 channels; 2 more dropped\n"), std::string::npos);
+    EXPECT_EQ(f.notes[0], "S3M holds 32 channels; 2 more dropped");
 }
 
 TEST(S3mSample, HeaderFieldsAndNames) {
@@ -179,7 +178,7 @@ TEST(S3mPatterns, CellPacking) {
     g.at(7, 3) = {note(50), instrument(0), cmd(15, 0), cmd(18, 0x7D)};  // all fields; volume 0, T
     g.at(7, 4) = {cmd(17, 0xE1)};
     g.at(8, 0) = {note(191)};                   // note 192: octave 15
-    g.at(9, 0) = {note(192), instrument(0)};    // note 193: no room for octave 16
+    g.at(9, 0) = {note(199), instrument(0)};    // note 200: octave 16 wraps the byte, 0x107
     addPattern(s, g);
     addPattern(s, 20, std::vector<uint16_t>(6, 999));  // no such track: empty cells
     setOrders(s, {0});
@@ -187,29 +186,29 @@ TEST(S3mPatterns, CellPacking) {
     EXPECT_EQ(f.packedRows(0), rows({0x25, 0x00, 0x03, 0, 0x25, 0x10, 0x00, 0, 0x25, 0xFE, 0x00, 0,
                                      0x25, 0xFE, 0x00, 0, 0x22, 0xFF, 0x02, 0, 0x40, 0x40, 0, 0x81, 3, 0x00, 0,
                                      0xE3, 0x42, 0x01, 0x00, 20, 0x7D, 0x84, 14, 0xE1, 0,
-                                     0x20, 0xFB, 0x00, 0, 0x20, 0xFF, 0x01, 0},
+                                     0x20, 0xFB, 0x00, 0, 0x20, 0x07, 0x01, 0},
                                     10));
     // An empty pattern is 64 end-of-row bytes whatever its row count, on the next paragraph.
     EXPECT_EQ(f.u16(f.patternAt(1)), 64);
     EXPECT_EQ(f.packedRows(1), Bytes(64, 0));
     EXPECT_EQ(f.patternAt(1), (f.patternAt(0) + 2 + f.u16(f.patternAt(0)) + 15) / 16 * 16);
-    EXPECT_EQ(f.messages, "warn: S3M notes end at octave 15; 1 higher notes dropped\n");
+    EXPECT_EQ(f.messages, "");
 }
 
-TEST(S3mPatterns, PatternsBeyondPointerReachAreLeftEmpty) {
-    // 100 dense 32-channel patterns of 12354 bytes: 16-bit paragraph pointers reach 85 of them.
+TEST(S3mPatterns, PointersKeepTheirLowBits) {
+    // 100 dense 32-channel patterns of 12368 bytes: from the 86th on, a pattern's paragraph
+    // number passes 16 bits and its pointer keeps the low 16; sample data still has 24.
     SongHeader s = makeSong(SH_ORIGIN_S3M, 32);
     const uint16_t busy = addTrackRows(s, std::vector<TrackRow>(64, {note(40), instrument(1), cmd(15, 10), cmd(16, 1)}));
     for (int p = 0; p < 100; ++p) addPattern(s, 64, std::vector<uint16_t>(32, busy));
     setOrders(s, {0});
     addSample(s, 0, 32);
     const S3mFile f = write(s);
-    EXPECT_EQ(f.patternAt(0), 416u);
     EXPECT_EQ(f.patternAt(84), 416u + 84 * 12368);
     EXPECT_EQ(f.u16(f.patternAt(84)), 12352);
-    for (size_t p = 85; p < 100; ++p) EXPECT_EQ(f.patternAt(p), 0u) << p;
-    EXPECT_EQ(f.dataAt(0), 416u + 85 * 12368);
-    EXPECT_NE(f.messages.find("warn: S3M pointers cannot reach 15 blocks; left empty\n"), std::string::npos);
+    EXPECT_EQ(f.u16(f.tableAt() + 2 * 86), (26 + 85 * 773) & 0xFFFF);
+    EXPECT_EQ(f.dataAt(0), 416u + 100 * 12368);
+    EXPECT_EQ(f.b.size(), 416u + 100 * 12368 + 32);
 }
 
 TEST(S3mLibxmp, RoundTrip) {

@@ -10,7 +10,7 @@ void Diagnostics::setError(const char* message) {
 }
 
 void Diagnostics::say(const char* text) const {
-    if (!silent()) std::fputs(text, err);
+    if (!silent() && err) std::fputs(text, err);
 }
 
 void Diagnostics::note(const char* format, ...) {

@@ -10,7 +10,7 @@ namespace deqaz {
 struct Diagnostics {
     int silentCount = 0;        // non-zero: silent mode
     char errorText[200] = {};   // the failure that ends the run
-    std::FILE* err = stderr;    // every text of the program goes here
+    std::FILE* err = stderr;    // every text of the program goes here; null: nothing is printed
     // What a writer left out or cut to fit its format, one line each. For the library's callers;
     // the converter's own run prints none of it.
     std::vector<std::string> notes;

@@ -22,11 +22,13 @@ constexpr uint32_t kBonusCode3 = 0x7D00;  // codes from here get a bonus of 3
 
 }  // namespace
 
+bool hasQazMagic(const uint8_t* data, size_t size) {
+    return data != nullptr && size >= 4 && data[0] == 'Q' && data[1] == 'A' && data[2] == 'Z' && data[3] <= 5;
+}
+
 bool parseContainerHeader(const uint8_t* data, size_t size, ContainerHeader& out) {
-    if (data == nullptr || size < 8) return false;
-    if (data[0] != 'Q' || data[1] != 'A' || data[2] != 'Z') return false;
+    if (size < 8 || !hasQazMagic(data, size)) return false;
     const uint8_t version = data[3];
-    if (version > 5) return false;
     const uint32_t headerLength = version == 5 ? 12 : 8;
     if (size < headerLength) return false;
     out.version = version;

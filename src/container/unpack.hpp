@@ -12,6 +12,9 @@ struct ContainerHeader {
     uint32_t headerLength = 0;  // 8 for versions 0-4, 12 for version 5
 };
 
+// The first four bytes are "QAZ" and a version byte of 0 to 5.
+bool hasQazMagic(const uint8_t* data, size_t size);
+
 // Tests the magic "QAZ" and a version of 5 or less and reads the rest of the header. False when
 // the magic or version is wrong or the bytes are too few to hold the header.
 bool parseContainerHeader(const uint8_t* data, size_t size, ContainerHeader& out);

@@ -5,6 +5,7 @@
 
 #include "common/endian.hpp"
 #include "container/loader.hpp"
+#include "container/unpack.hpp"
 #include "driver/output_file.hpp"
 #include "samples/lossy.hpp"
 #include "writers/writers.hpp"
@@ -20,8 +21,6 @@ constexpr int EXIT_LOAD_FAILED = 3;
 constexpr int EXIT_CANT_CREATE = 4;
 
 // "QAZ" as the low 24 bits of the first little-endian word; the top byte is the version.
-constexpr uint32_t QAZ_MAGIC = 'Q' | ('A' << 8) | ('Z' << 16);
-constexpr uint32_t QAZ_NEWEST = QAZ_MAGIC | (5u << 24);
 
 // A pipe is read in steps of this many bytes, the buffer kept this much larger than the data.
 constexpr size_t PIPE_STEP = 20000;
@@ -104,10 +103,6 @@ ReadResult readSeekable(std::FILE* in, InputBuffer& buffer, uint32_t& size) {
     return ReadResult::Ok;
 }
 
-bool isQazMagic(const uint8_t magic[4]) {
-    uint32_t word = rd32le(magic);
-    return (word & 0x00FFFFFF) == QAZ_MAGIC && word <= QAZ_NEWEST;
-}
 
 // Opens the input, tests its magic and reads it whole. Returns 0, or the exit code of the failure.
 int readInput(RunContext& ctx, InputBuffer& buffer) {
@@ -121,7 +116,7 @@ int readInput(RunContext& ctx, InputBuffer& buffer) {
     }
 
     uint8_t magic[4];
-    if (std::fread(magic, 1, 4, in) != 4 || !isQazMagic(magic))
+    if (std::fread(magic, 1, 4, in) != 4 || !hasQazMagic(magic, 4))
         return fail(ctx, "This is not a QAZ file!", EXIT_BAD_INPUT);
 
     uint32_t size = 0;

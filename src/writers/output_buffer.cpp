@@ -25,6 +25,13 @@ void OutputBuffer::reset() {
     failed_ = false;
 }
 
+uint8_t* OutputBuffer::release() {
+    uint8_t* data = data_;
+    data_ = nullptr;
+    reset();
+    return data;
+}
+
 bool OutputBuffer::reserve(uint64_t newCapacity) {
     void* grown = std::realloc(data_, static_cast<size_t>(newCapacity));
     if (!grown) {

@@ -22,6 +22,8 @@ public:
     ~OutputBuffer();
 
     void reset();  // release and start empty
+    // Hands the block over to the caller (free() releases it) and starts empty; null when empty.
+    uint8_t* release();
 
     // Rule 1: appends `count` bytes (grows to size+count for large writes, else size+64 KiB).
     void appendOutput(const void* bytes, size_t count);

@@ -15,7 +15,7 @@ constexpr uint8_t IT_VOL_VIBRATO = 204;     // IT 203 + d: vibrato depth 0-9
 
 // Warnings have no sink when the caller gives no diagnostics.
 void warn(const TranslateContext& ctx, const char* text, bool evenWhenSilent) {
-    if (!ctx.diag) return;
+    if (!ctx.diag || !ctx.diag->err) return;
     if (evenWhenSilent)
         std::fputs(text, ctx.diag->err);
     else

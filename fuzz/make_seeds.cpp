@@ -29,6 +29,7 @@
 #include "readers/module_reader.hpp"
 #include "samples/lossy_encode.hpp"
 #include "samples/predict.hpp"
+#include "support/module_builder.hpp"
 
 using namespace deqaz;
 namespace fs = std::filesystem;
@@ -81,12 +82,6 @@ std::vector<int16_t> signal(size_t count, unsigned seed, bool eightBit) {
 
 // ---- In-memory modules -------------------------------------------------------------------------
 
-void setTrack(SongHeader& song, const Bytes& bytes) {
-    Track& t = song.tracks.emplace_back();
-    (void)t.dupBuffer(bytes.data(), bytes.size());
-    song.trackCount = static_cast<uint16_t>(song.tracks.size());
-}
-
 // Rows that between them use every command number with assorted parameters, competing commands
 // in one row, note cut and note off, and the largest row a group holds.
 std::vector<std::vector<TrackRow>> trackRows(unsigned samples) {
@@ -121,162 +116,12 @@ std::vector<std::vector<TrackRow>> trackRows(unsigned samples) {
     return tracks;
 }
 
-void addTracks(SongHeader& song, unsigned samples) {
-    setTrack(song, {0});
-    for (const auto& rows : trackRows(samples)) setTrack(song, encodeTrack(rows));
-    // Hand-made: groups of row count 0, command 0 in a group, unknown commands, and a track whose
-    // stored bytes end inside a group without a terminator.
-    setTrack(song, {0x21, 0x01, 0x30, 0x10, 0x12, 0x01, 0x32, 0x02, 0x00, 0x00});
-    setTrack(song, {0x02, 0x01, 0x30, 0x02, 0x05, 0xF0, 0x12, 0x01, 0x30, 0x00, 0x00, 0x31, 0x40, 0x01, 0x00});
-    setTrack(song, {0xF0, 0x11, 0x34, 0x99, 0xF3, 0x01, 0x20});
-}
-
-struct SampleKind {
-    uint16_t flags;
-    uint32_t length;
-    int32_t storedSize;  // -1: a copy of the sample before
-};
-
-// Every lossless coding, stereo and mono, loops of every kind (some past the end), a copy, an
-// empty sample and the coding bit without a decoder.
-const SampleKind kSampleKinds[] = {
-    {0, 48, 0},
-    {SF_16BIT | SF_LOOP, 40, 0},
-    {SF_STEREO | SF_LOOP | SF_PINGPONG, 24, 0},
-    {SF_16BIT | SF_STEREO | SF_SUSTAIN, 24, 0},
-    {SF_DELTA | SF_LOOP, 64, 0},
-    {SF_DELTA | SF_16BIT | SF_SUSTAIN | SF_SUSTAIN_PINGPONG, 64, 0},
-    {SF_PREDICT, 64, 0},
-    {SF_PREDICT | SF_16BIT | SF_LOOP, 64, 0},
-    {SF_DELTA | SF_16BIT | SF_STEREO, 32, 0},
-    {SF_PREDICT | SF_STEREO, 32, 0},
-    {SF_16BIT | SF_LOOP, 40, -1},
-    {0, 0, 0},
-    {0x8000, 16, 4},
-};
-
-SongHeader makeModule(uint32_t flags, unsigned channels, bool rich) {
-    SongHeader song;
-    song.flags = flags;
-    song.channels = static_cast<uint8_t>(channels);
-    song.name = rich ? "fuzz seed module with a long name" : "";
-    song.message = rich ? "first line\rsecond line\r" : "";
-    song.restartPos = 1;
-    song.initialSpeed = 6;
-    song.initialTempo = 125;
-    song.globalVolume = 128;
-    song.separation = 128;
-    song.mixVolume = 48;
-    for (int c = 0; c < 64; ++c) {
-        song.channelVolume[c] = static_cast<uint8_t>(64 - c % 3);
-        song.channelPan[c] = static_cast<uint8_t>(c % 4 == 3 ? 127 : c * 37);
-    }
-    if (rich) {
-        song.sfxMacro[0] = 1;
-        song.sfxMacro[3] = 200;
-        song.zxxMacro[0] = 0x100;
-        song.zxxMacro[1] = 0x1FF;
-        song.zxxMacro[127] = 0xFFFF;
-    }
-
-    const size_t sampleCount = rich ? std::size(kSampleKinds) : 1;
-    addTracks(song, static_cast<unsigned>(sampleCount));
-    if (!rich) {
-        song.tracks.resize(2);
-        song.trackCount = 2;
-    }
-
-    const uint16_t rows[] = {64, 32, 200};
-    const unsigned patterns = rich ? 3 : 1;
-    song.patternCount = static_cast<uint16_t>(patterns);
-    (void)song.patternRows.allocate(patterns);
-    (void)song.patternTracks.allocate(static_cast<size_t>(patterns) * channels);
-    for (unsigned p = 0; p < patterns; ++p) {
-        song.patternRows[p] = rows[p];
-        for (unsigned c = 0; c < channels; ++c)
-            song.patternTracks[p * channels + c] = static_cast<uint16_t>((p + c) % song.trackCount);
-    }
-    const Bytes orders = rich ? Bytes{0, 1, 2, 0xFE, 1, 0xFF} : Bytes{0};
-    song.orderCount = static_cast<uint16_t>(orders.size());
-    (void)song.orders.dupBuffer(orders.data(), orders.size());
-    song.hasOrders = true;
-
-    const unsigned instruments = rich ? 2 : 1;
-    for (unsigned i = 0; i < instruments; ++i) {
-        InstrumentRecord& ins = song.instruments.emplace_back();
-        ins.name = i ? "" : "instrument";
-        ins.fileName = i ? "inst2.iti" : "";
-        ins.flags = i + 1;
-        for (unsigned n = 0; n < 120; ++n)
-            ins.noteMap[n] = {static_cast<uint16_t>(n), static_cast<uint16_t>(n < 100 ? (n + i) % sampleCount : 0xFFFF)};
-        for (Envelope* env : {&ins.volumeEnvelope, &ins.panningEnvelope, &ins.pitchEnvelope}) {
-            env->flags = static_cast<uint8_t>(rich ? 0x07 | (i ? 0x30 : 0) : 0);
-            env->pointCount = static_cast<uint8_t>(rich ? (i ? 25 : 4) : 0);
-            env->sustainStart = env->sustainEnd = 1;
-            env->loopStart = 1;
-            env->loopEnd = 3;
-            for (int k = 0; k < 25; ++k) env->points[k] = {static_cast<uint16_t>(k * 4), static_cast<uint16_t>(k * 97 % 2100)};
-        }
-        ins.vibratoType = 2;
-        ins.vibratoSweep = 3;
-        ins.vibratoDepth = 4;
-        ins.vibratoRate = 5;
-        ins.fadeout = 4000;
-        ins.midiChannel = static_cast<uint8_t>(i * 5);
-        ins.midiProgram = 10;
-        ins.midiBendRange = 2;
-        ins.globalVolume = 128;
-        ins.pan = i ? -1 : 160;
-        ins.newNoteAction = 3;
-        ins.randomVolume = 12;
-        ins.randomPan = 30;
-        ins.filterCutoff = 0x90;
-        ins.filterResonance = 0x20;
-    }
-    song.instrumentCount = static_cast<uint16_t>(instruments);
-
-    for (size_t i = 0; i < sampleCount; ++i) {
-        const SampleKind& kind = kSampleKinds[i];
-        SampleRecord& smp = song.samples.emplace_back();
-        smp.flags = kind.flags;
-        smp.length = kind.length;
-        smp.storedSize = kind.storedSize;
-        smp.loopStart = kind.length / 4;
-        smp.loopEnd = i % 3 == 0 ? kind.length + 10 : kind.length;  // some reach past the end
-        smp.sustainStart = 2;
-        smp.sustainEnd = kind.length / 2;
-        // IT/S3M rates: every other sample at 8363 Hz, so lossy samples can share Vorbis header pages.
-        smp.frequency = (flags & (SH_ORIGIN_IT | SH_ORIGIN_S3M)) ? (i % 2 ? 8363 + 1000 * static_cast<uint32_t>(i) : 8363) : 128 + i;
-        smp.relativeNote = static_cast<int8_t>(static_cast<int>(i) - 6);
-        smp.volume = static_cast<uint8_t>(64 - i);
-        smp.pan = i % 2 ? -1 : static_cast<int16_t>(i * 20);
-        smp.vibratoType = 1;
-        smp.vibratoDepth = 4;
-        smp.vibratoSpeed = 8;
-        // XM: the owning instrument, 1-based, samples of one instrument contiguous.
-        smp.globalVolume = (flags & (SH_ORIGIN_IT | SH_ORIGIN_S3M | SH_ORIGIN_MOD | SH_ORIGIN_MTM))
-                               ? static_cast<uint8_t>(64 - i)
-                               : static_cast<uint8_t>(1 + i * instruments / sampleCount);
-        smp.name = i % 4 == 1 ? "" : "sample " + std::to_string(i);
-        smp.fileName = i % 2 ? "smp" + std::to_string(i) + ".wav" : "";
-        const int channelsOf = (kind.flags & SF_STEREO) ? 2 : 1;
-        for (int c = 0; c < channelsOf && kind.length; ++c) {
-            const std::vector<int16_t> pcm = signal(kind.length, static_cast<unsigned>(i * 2 + c), !(kind.flags & SF_16BIT));
-            (void)smp.pcm[c].dupBuffer(pcm.data(), pcm.size());
-        }
-    }
-    song.sampleCount = static_cast<uint16_t>(sampleCount);
-
-    if (flags & SH_EXTRA_CHUNKS) {
-        (void)song.channelFx.allocZeroed(static_cast<size_t>(channels) * 4);
-        for (size_t k = 0; k < song.channelFx.size(); ++k) song.channelFx[k] = static_cast<uint8_t>(k * 3);
-        for (int slot : {0, 4, 19}) {
-            const Bytes data(static_cast<size_t>(slot + 3), static_cast<uint8_t>('a' + slot));
-            song.fxSlots[slot].present = true;
-            song.fxSlots[slot].size = static_cast<uint32_t>(data.size());
-            (void)song.fxSlots[slot].data.dupBuffer(data.data(), data.size());
-        }
-    }
+// The rich test module, its third pattern playing tracks that use every command, clashes and
+// long runs.
+SongHeader richModule(uint32_t flags) {
+    SongHeader song = test::makeRichModule(flags);
+    unsigned c = 0;
+    for (const auto& rows : trackRows(song.sampleCount)) song.patternTracks[2 * song.channels + c++] = test::addTrackRows(song, rows);
     return song;
 }
 
@@ -312,12 +157,13 @@ void writeModuleSeeds() {
     for (const OriginVariant& o : kOrigins) {
         for (uint8_t version : {uint8_t{5}, uint8_t{4}}) {
             const std::string base = std::string(o.name) + "-v" + std::to_string(version);
-            SongHeader rich = makeModule(o.flags, o.channels, true);
+            SongHeader rich = richModule(o.flags);
             QazWriteOptions options;
             options.version = version;
             writeSeed("convert", base + ".qaz", writeQaz(rich, options));
             writeUnpackSeed(base + ".bin", rich, version);
-            SongHeader minimal = makeModule(o.flags, o.channels, false);
+            SongHeader minimal = test::makeOnePatternSong(o.flags, o.channels);
+            test::addSample(minimal, 0, 48);
             writeSeed("convert", base + "-minimal.qaz", writeQaz(minimal, options));
         }
     }
@@ -331,7 +177,7 @@ void writeModuleSeeds() {
                  {"layer3", LossyCoding::Layer3, false}};
     for (const auto& l : lossy) {
         for (const OriginVariant& o : {kOrigins[0], kOrigins[2], kOrigins[7]}) {
-            SongHeader song = makeModule(o.flags, o.channels, true);
+            SongHeader song = richModule(o.flags);
             QazWriteOptions options;
             options.lossy = l.coding;
             options.shareVorbisHeaders = l.share;

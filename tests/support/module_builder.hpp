@@ -62,6 +62,11 @@ SampleRecord& addLoopedSample(SongHeader& song, uint16_t flags, uint32_t length,
 // Appends an instrument with every note mapped to itself and to no sample.
 InstrumentRecord& addInstrument(SongHeader& song);
 
+// Name and message, orders, three patterns over shared tracks, two instruments with envelopes,
+// samples of every lossless coding (raw 8/16-bit, delta, second-order, stereo raw and coded), a
+// copy, an empty sample, loops, and extra chunks with channelFx (rich_module.cpp).
+SongHeader makeRichModule(uint32_t originFlags = SH_ORIGIN_IT | SH_IT_INSTRUMENTS | SH_LINEAR_SLIDES);
+
 // Diagnostics whose message stream is a temporary file; text() reads back what was printed.
 class MessageCapture {
 public:

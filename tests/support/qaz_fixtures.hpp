@@ -7,13 +7,9 @@
 #include <vector>
 
 #include "container/module.hpp"
+#include "support/module_builder.hpp"
 
 namespace deqaz::test {
-
-// Name and message, orders, three patterns over shared tracks, two instruments with envelopes,
-// samples of every lossless coding (raw 8/16-bit, delta, second-order, stereo raw and coded), a
-// copy, an empty sample, loops, and extra chunks with channelFx.
-SongHeader makeRichModule(uint32_t originFlags = SH_ORIGIN_IT | SH_IT_INSTRUMENTS | SH_LINEAR_SLIDES);
 
 // Loads a QAZ file held in memory as the program does (its messages captured, not shown).
 struct Loaded {

@@ -279,16 +279,17 @@ Bytes packedPattern(SongHeader& song, unsigned p = 0) {
 
 TEST(ItPatterns, MaskInstrumentMemoryAndSpecialNotes) {
     SongHeader song = makeSong(IT, 1);
-    PatternGrid g(8, 1);
+    PatternGrid g(9, 1);
     for (unsigned r = 0; r < 3; ++r) g.at(r, 0) = {note(48), instrument(0)};
     g.at(4, 0) = {note(255)};
     g.at(5, 0) = {note(254)};
     g.at(6, 0) = {note(253)};
     g.at(7, 0) = {note(0)};
+    g.at(8, 0) = {note(252)};  // the highest note written less one
     addPattern(song, g);
     addPattern(song, g);  // a second pattern starts with fresh channel memory
     const Bytes expected{0x81, 0x03, 0x30, 0x01, 0x00, 0x81, 0x21, 0x30, 0x00, 0x01, 0x30, 0x00, 0x00,
-                         0x81, 0x01, 0xFF, 0x00, 0x01, 0xFE, 0x00, 0x01, 0xFE, 0x00, 0x01, 0x00, 0x00};
+                         0x81, 0x01, 0xFF, 0x00, 0x01, 0xFE, 0x00, 0x01, 0xFE, 0x00, 0x01, 0x00, 0x00, 0x01, 0xFC, 0x00};
     EXPECT_EQ(packedPattern(song, 0), expected);
     EXPECT_EQ(packedPattern(song, 1), expected);
 }

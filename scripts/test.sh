@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up and builds DEQAZ, then runs every test twice: in the normal build and in a build with
-# AddressSanitizer and UndefinedBehaviorSanitizer; then runs each fuzz target briefly.
+# AddressSanitizer and UndefinedBehaviorSanitizer; the library's thread test under
+# ThreadSanitizer; then runs each fuzz target briefly.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh build
@@ -10,6 +11,11 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 status=0
 ctest --test-dir build --output-on-failure -j"$(nproc)" || status=1
 ctest --test-dir build-asan --output-on-failure -j"$(nproc)" || status=1
+
+# The library converting on several threads at once, under ThreadSanitizer.
+cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDEQAZ_TSAN=ON >/dev/null
+cmake --build build-tsan --target api_test -j"$(nproc)"
+TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/api_test || status=1
 
 # Fuzz smoke run: every libFuzzer target (clang, ASan + UBSan) for about ten seconds from freshly
 # written seeds. A crash, a sanitizer report, a failed property check or a timeout fails the run;

@@ -99,9 +99,7 @@ protected:
 TEST_P(Convert, WrittenModuleHoldsTheSourceModule) {
     const Format& f = GetParam();
     const SongHeader source = makeSource(f);
-    // Writing S3M and MTM turns sample PCM unsigned in place: the expected file comes from a twin.
-    SongHeader twin = makeSource(f);
-    const std::vector<uint8_t> expected = runWriteModule(twin).bytes;
+    const std::vector<uint8_t> expected = runWriteModule(source).bytes;
 
     for (uint8_t version : {4, 5}) {
         SCOPED_TRACE("version " + std::to_string(version));

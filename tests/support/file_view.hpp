@@ -35,7 +35,7 @@ struct FileView {
 
 // Runs one writer on the song, which must not fail the output buffer, and views the result.
 template <class View = FileView>
-View writeFile(void (*writer)(WriteContext&), SongHeader& song, int silentCount = 0) {
+View writeFile(void (*writer)(WriteContext&), const SongHeader& song, int silentCount = 0) {
     WriteResult r = runWriter(writer, song, silentCount);
     EXPECT_FALSE(r.failed);
     View v;

@@ -137,7 +137,7 @@ std::string MessageCapture::text() const {
 
 namespace {
 
-WriteResult run(SongHeader& song, int silentCount, bool dispatch, void (*writer)(WriteContext&)) {
+WriteResult run(const SongHeader& song, int silentCount, bool dispatch, void (*writer)(WriteContext&)) {
     MessageCapture capture(silentCount);
     OutputBuffer out;
     WriteResult result;
@@ -156,10 +156,10 @@ WriteResult run(SongHeader& song, int silentCount, bool dispatch, void (*writer)
 
 }  // namespace
 
-WriteResult runWriter(void (*writer)(WriteContext&), SongHeader& song, int silentCount) {
+WriteResult runWriter(void (*writer)(WriteContext&), const SongHeader& song, int silentCount) {
     return run(song, silentCount, false, writer);
 }
 
-WriteResult runWriteModule(SongHeader& song, int silentCount) { return run(song, silentCount, true, nullptr); }
+WriteResult runWriteModule(const SongHeader& song, int silentCount) { return run(song, silentCount, true, nullptr); }
 
 }  // namespace deqaz::test

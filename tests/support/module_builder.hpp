@@ -85,8 +85,8 @@ struct WriteResult {
     std::vector<std::string> notes;  // the diagnostics' notes
     bool failed = false;
 };
-WriteResult runWriter(void (*writer)(WriteContext&), SongHeader& song, int silentCount = 0);
+WriteResult runWriter(void (*writer)(WriteContext&), const SongHeader& song, int silentCount = 0);
 // Runs writeModule (the dispatch by origin flags).
-WriteResult runWriteModule(SongHeader& song, int silentCount = 0);
+WriteResult runWriteModule(const SongHeader& song, int silentCount = 0);
 
 }  // namespace deqaz::test

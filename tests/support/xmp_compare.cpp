@@ -34,7 +34,6 @@ int XmpModule::load(const std::vector<uint8_t>& bytes) {
     return 0;
 }
 
-std::string XmpModule::comment() const { return info_.comment ? std::string(info_.comment) : std::string(); }
 
 xmp_event XmpModule::event(int pattern, int row, int channel) const {
     xmp_event none{};
@@ -293,9 +292,7 @@ void expectEvents(const XmpModule& x, const std::vector<XmpCell>& cells) {
     }
 }
 
-void expectSample(const XmpModule& x, int i, const SampleRecord& s) { expectSample(x, i, s, pcmOf(s)); }
-
-void expectSample(const XmpModule& x, int i, const SampleRecord& s, const std::vector<int16_t>& pcm) {
+void expectSample(const XmpModule& x, int i, const SampleRecord& s) {
     ASSERT_LT(i, x.mod().smp);
     const xmp_sample& xs = x.mod().xxs[i];
     EXPECT_EQ(xs.len, static_cast<int>(s.length)) << "sample " << i;
@@ -307,7 +304,7 @@ void expectSample(const XmpModule& x, int i, const SampleRecord& s, const std::v
         EXPECT_EQ(xs.lpe, static_cast<int>(s.loopEnd)) << "sample " << i;
         compared = s.loopEnd;
     }
-    std::vector<int16_t> got = x.samplePcm(i), want = pcm;
+    std::vector<int16_t> got = x.samplePcm(i), want = pcmOf(s);
     got.resize(std::min(got.size(), compared));
     want.resize(std::min(want.size(), compared));
     EXPECT_TRUE(got == want) << "sample data " << i;

@@ -24,8 +24,6 @@ public:
     bool loaded() const { return loaded_; }
 
     const xmp_module& mod() const { return *info_.mod; }
-    // The song message as libxmp keeps it, or "" without one.
-    std::string comment() const;
 
     // The event at pattern/row/channel; an all-zero event outside the module's patterns.
     xmp_event event(int pattern, int row, int channel) const;
@@ -60,8 +58,6 @@ void expectEvents(const XmpModule& x, const std::vector<XmpCell>& cells);
 // libxmp holds sample i with the module sample's length, loop and channel-1 PCM. libxmp rewrites
 // the frames after a loop's end for its interpolation, so a looped sample is compared up to there.
 void expectSample(const XmpModule& x, int i, const SampleRecord& s);
-// The same against PCM taken before writing (the S3M and MTM writers make it unsigned in place).
-void expectSample(const XmpModule& x, int i, const SampleRecord& s, const std::vector<int16_t>& pcm);
 
 // Renders module bytes as XmpModule::render does, in a child process: libxmp 4.5 reads and writes
 // out of bounds while playing some damaged modules, which must not take the caller down. False

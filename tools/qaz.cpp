@@ -4,7 +4,8 @@
 // CODING: raw, delta, predict (lossless; default predict), vorbis[:QUALITY] (-0.1 to 1.0,
 // default 0.4, header pages shared between samples), mp3[:KBPS] (default 128).
 // infile/outfile may be STDIN/STDOUT. Without outfile the name is infile with its extension
-// replaced by ".qaz".
+// replaced by ".qaz". --help and --version print the usage and the version; any other option,
+// or an option without its value, is refused with the reason and the usage.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "container/qaz_writer.hpp"
+#include "deqaz/deqaz.h"
 #include "driver/output_file.hpp"
 #include "readers/module_reader.hpp"
 
@@ -26,7 +28,14 @@ const char USAGE[] =
     "   -s = silent mode (no text output, always overwrite)\n"
     "   -c = sample coding: raw, delta, predict (default), vorbis[:quality], mp3[:kbps]\n"
     "   -v = container version 4 or 5 (default 5)\n"
-    "   infile/outfile can be STDIN/STDOUT to use standard input/output\n";
+    "   infile/outfile can be STDIN/STDOUT to use standard input/output\n"
+    "   --help, --version: this text, the version\n";
+
+// A command line that cannot be run: the reason, then the usage; exit code 1.
+int refuse(const std::string& reason) {
+    std::fprintf(stderr, "qaz: %s\n%s", reason.c_str(), USAGE);
+    return 1;
+}
 
 bool readAll(std::FILE* f, std::vector<uint8_t>& data) {
     uint8_t chunk[65536];
@@ -70,20 +79,24 @@ int main(int argc, char** argv) {
     uint16_t lossless = SF_PREDICT;
     std::string coding = "predict";
     int arg = 1;
-    for (; arg < argc && argv[arg][0] == '-' && std::strlen(argv[arg]) == 2; ++arg) {
-        const char sw = argv[arg][1];
-        if (sw == 'y') ++overwrite;
-        else if (sw == 's') ++silent;
-        else if ((sw == 'c' || sw == 'v') && arg + 1 < argc) {
+    for (; arg < argc && argv[arg][0] == '-' && argv[arg][1] != 0; ++arg) {
+        const std::string sw = argv[arg];
+        if (sw == "--help") return std::fputs(USAGE, stdout), 0;
+        if (sw == "--version") return std::printf("qaz (DEQAZ) %s\n", deqaz_version()), 0;
+        if (sw == "-y") ++overwrite;
+        else if (sw == "-s") ++silent;
+        else if ((sw == "-c" || sw == "-v") && arg + 1 == argc)
+            return refuse("option '" + sw + "' needs a value");
+        else if (sw == "-c" || sw == "-v") {
             const std::string value = argv[++arg];
-            if (sw == 'c') coding = value;
-            else options.version = static_cast<uint8_t>(std::atoi(value.c_str()));
-        }
+            if (sw == "-c") coding = value;
+            else options.version = value == "4" ? 4 : value == "5" ? 5 : 0;
+        } else
+            return refuse("unknown option '" + sw + "'");
     }
-    if (arg >= argc || !parseCoding(coding, options, lossless) || (options.version != 4 && options.version != 5)) {
-        std::fputs(USAGE, stderr);
-        return 1;
-    }
+    if (arg >= argc) return refuse("no input file");
+    if (!parseCoding(coding, options, lossless)) return refuse("bad sample coding '" + coding + "'");
+    if (options.version != 4 && options.version != 5) return refuse("the container version is 4 or 5");
     const char* inputName = argv[arg];
     const char* outputArg = arg + 1 < argc ? argv[arg + 1] : nullptr;
     auto say = [&](const std::string& text) {

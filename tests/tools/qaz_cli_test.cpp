@@ -68,11 +68,19 @@ TEST_F(QazCli, LossyCodingsConvert) {
 
 TEST_F(QazCli, RefusesWhatItCannotDo) {
     const std::string usage = "Usage: qaz [-y] [-s] [-c coding] [-v version] infile [outfile]\n";
-    for (const std::vector<std::string>& args : {std::vector<std::string>{}, {"-c", "flac", "x.it"}, {"-c", "vorbis:2", "x.it"},
-                                                {"-c", "mp3:999", "x.it"}, {"-v", "3", "x.it"}}) {
+    const std::pair<std::vector<std::string>, std::string> refused[] = {
+        {{}, "no input file"}, {{"-c", "flac", "x.it"}, "bad sample coding 'flac'"}, {{"-c", "vorbis:2", "x.it"}, "bad sample coding 'vorbis:2'"},
+        {{"-c", "mp3:999", "x.it"}, "bad sample coding 'mp3:999'"}, {{"-v", "3", "x.it"}, "the container version is 4 or 5"},
+        {{"-x", "x.it"}, "unknown option '-x'"}, {{"--quiet", "x.it"}, "unknown option '--quiet'"}, {{"-c"}, "option '-c' needs a value"}};
+    for (const auto& [args, reason] : refused) {
         ProcessResult r = qaz(args);
         EXPECT_EQ(r.exitCode, 1);
-        EXPECT_EQ(r.err.rfind(usage, 0), 0u) << r.err;
+        EXPECT_EQ(r.err.rfind("qaz: " + reason + "\n" + usage, 0), 0u) << r.err;
+    }
+    for (const auto& [option, out] : {std::pair{"--help", usage}, {"--version", std::string("qaz (DEQAZ) 2.4\n")}}) {
+        ProcessResult r = qaz({option, "x.it"});
+        EXPECT_EQ(r.exitCode, 0);
+        EXPECT_EQ(r.out.substr(0, out.size()), out);
     }
     ProcessResult r = qaz({"missing.it"});
     EXPECT_EQ(r.exitCode, 2);

@@ -6,6 +6,8 @@
 // infile/outfile may be STDIN/STDOUT. Without outfile the name is infile with its extension
 // replaced by ".qaz". --help and --version print the usage and the version; any other option,
 // or an option without its value, is refused with the reason and the usage.
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -69,6 +71,25 @@ bool parseCoding(const std::string& arg, QazWriteOptions& options, uint16_t& los
         return false;
     }
     return true;
+}
+
+// Writes the QAZ file with one write. A write that fails (a full disk) is an error with its
+// reason, and what it left of a regular file is removed, so no partial file stays behind.
+bool writeQazFile(const std::string& name, const std::vector<uint8_t>& bytes, std::string& why) {
+    const bool toStdout = name == "STDOUT";
+    std::FILE* f = toStdout ? stdout : std::fopen(name.c_str(), "wb");
+    if (!f) {
+        why = std::strerror(errno);
+        return false;
+    }
+    errno = 0;
+    bool ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+    ok = (toStdout ? std::fflush(f) : std::fclose(f)) == 0 && ok;
+    if (ok) return true;
+    why = std::strerror(errno ? errno : EIO);
+    struct stat st;
+    if (!toStdout && stat(name.c_str(), &st) == 0 && S_ISREG(st.st_mode)) std::remove(name.c_str());
+    return false;
 }
 
 }  // namespace
@@ -139,8 +160,9 @@ int main(int argc, char** argv) {
         return 4;
     }
     if (!overwrite && !silent && !isStdin && !confirmOverwrite(name.c_str(), stdin, stderr)) return 0;
-    if (!writeOutputFile(name.c_str(), qaz.data(), qaz.size(), stdout)) {
-        say("error: Can't create file!\n");
+    std::string why;
+    if (!writeQazFile(name, qaz, why)) {
+        say("error: Can't write file " + name + ": " + why + "\n");
         return 4;
     }
     say("done: " + std::to_string(data.size()) + " -> " + std::to_string(qaz.size()) + "\n");

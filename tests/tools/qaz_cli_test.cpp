@@ -92,6 +92,11 @@ TEST_F(QazCli, RefusesWhatItCannotDo) {
     EXPECT_EQ(r.err.rfind("error: unknown module format", 0), 0u) << r.err;
     EXPECT_FALSE(dir.exists("text.mod.qaz"));
 
+    // A write that fails (a full disk) is an error with its reason.
+    r = qaz({"-y", CORPUS_MODULE, "/dev/full"});
+    EXPECT_EQ(r.exitCode, 4);
+    EXPECT_EQ(r.err.substr(r.err.find("error: ")), "error: Can't write file /dev/full: No space left on device\n");
+
     // An existing file is kept when the question cannot be answered (no terminal, no input).
     dir.put("song.xm", readFile(CORPUS_MODULE));
     dir.put("song.qaz", "keep");

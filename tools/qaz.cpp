@@ -8,10 +8,12 @@
 // or an option without its value, is refused with the reason and the usage.
 #include <sys/stat.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -73,6 +75,17 @@ bool parseCoding(const std::string& arg, QazWriteOptions& options, uint16_t& los
     return true;
 }
 
+bool sameFile(const std::string& a, const std::string& b) {
+    std::error_code ec;
+    return a == b || std::filesystem::equivalent(a, b, ec);
+}
+
+bool looksLikeModule(const std::string& name) {
+    std::string ext = std::filesystem::path(name).extension().string();
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return ext == ".it" || ext == ".xm" || ext == ".s3m" || ext == ".mod" || ext == ".mtm";
+}
+
 // Writes the QAZ file with one write. A write that fails (a full disk) is an error with its
 // reason, and what it left of a regular file is removed, so no partial file stays behind.
 bool writeQazFile(const std::string& name, const std::vector<uint8_t>& bytes, std::string& why) {
@@ -120,6 +133,11 @@ int main(int argc, char** argv) {
     if (options.version != 4 && options.version != 5) return refuse("the container version is 4 or 5");
     const char* inputName = argv[arg];
     const char* outputArg = arg + 1 < argc ? argv[arg + 1] : nullptr;
+    // A second module named where the output goes is a mistake (`qaz -y *`), never an output.
+    if (arg + 2 < argc) return refuse("one module at a time: more than infile and outfile named");
+    if (outputArg && sameFile(inputName, outputArg)) return refuse("the output would overwrite the input");
+    if (outputArg && looksLikeModule(outputArg))
+        return refuse(std::string("'") + outputArg + "' is a module name, not a QAZ output name");
     auto say = [&](const std::string& text) {
         if (!silent) std::fputs(text.c_str(), stderr);
     };

@@ -83,7 +83,9 @@ bool sameFile(const std::string& a, const std::string& b) {
 bool looksLikeModule(const std::string& name) {
     std::string ext = std::filesystem::path(name).extension().string();
     for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return ext == ".it" || ext == ".xm" || ext == ".s3m" || ext == ".mod" || ext == ".mtm";
+    for (Origin origin : {Origin::IT, Origin::S3M, Origin::MOD, Origin::MTM, Origin::XM})
+        if (ext == std::string(".") + originExtension(origin)) return true;
+    return false;
 }
 
 // Writes the QAZ file with one write. A write that fails (a full disk) is an error with its

@@ -37,4 +37,4 @@ extern "C" int deqaz_convert(const void* qaz, size_t qazSize, void** module, siz
 
 extern "C" void deqaz_free(void* p) { std::free(p); }
 
-extern "C" const char* deqaz_version(void) { return "2.4"; }
+extern "C" const char* deqaz_version(void) { return DEQAZ_VERSION; }

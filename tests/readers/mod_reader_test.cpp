@@ -209,28 +209,6 @@ TEST(ModReaderLayout, DetectionPicksTheReader) {
     EXPECT_NE(readModule(it.data(), it.size()).error.rfind("unknown module format", 0), 0u);
 }
 
-TEST(ModReaderDamage, CutFilesAreRefusedOrSilenced) {
-    ModImage m("M.K.", 4, 1);
-    m.cell(0, 0, 0, 428, 1, 0, 0);
-    m.slot(0, {5, 6, 7, 8, 9, 10}, 0, 64, 0, 3);
-    for (size_t n = 0; n <= m.b.size(); ++n) {
-        ReadResult r = readMod(m.b.data(), n);
-        if (n < 1084 + 1024) {
-            EXPECT_FALSE(r.song) << n;
-            EXPECT_FALSE(r.error.empty());
-        } else {
-            ASSERT_TRUE(r.song) << n;
-            // Missing data is silence; the slot keeps its length and loop.
-            EXPECT_EQ(r.song->samples[0].length, 6u);
-            EXPECT_EQ(r.song->samples[0].loopEnd, 6u);
-            EXPECT_EQ(r.song->samples[0].pcm[0][5], n == m.b.size() ? 10 * 256 : 0) << n;
-            EXPECT_EQ(r.warnings.empty(), n == m.b.size()) << n;  // the cut is reported
-        }
-    }
-    m.b[950] = 0;
-    EXPECT_EQ(readMod(m.b.data(), m.b.size()).error, "MOD file has an empty order list");
-}
-
 // ModPlug's ADPCM packing: "ADPCM", 16 deltas, two points a byte (low nibble first), summed in
 // 8-bit arithmetic. Cut short, the rest of the sample is silence.
 TEST(ModReaderDamage, ModPlugAdpcmSamplesAreUnpacked) {

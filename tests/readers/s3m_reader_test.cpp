@@ -5,10 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iostream>
-#include <map>
 
 #include "common/endian.hpp"
 #include "container/track.hpp"

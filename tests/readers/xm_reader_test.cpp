@@ -19,14 +19,6 @@ struct Cell {
     bool operator==(const Cell&) const = default;
 };
 
-struct XmSample {
-    std::vector<int16_t> frames;  // 8-bit samples: values -128..127
-    uint8_t type = 0;             // loop bits, 0x10 16-bit, 0x20 stereo (frames hold both channels)
-    uint32_t loopStart = 0, loopLength = 0;  // bytes
-    int8_t finetune = 0, relativeNote = 0;
-    uint8_t volume = 64, pan = 128;
-};
-
 void put16(Bytes& b, uint16_t v) { b.push_back(uint8_t(v)), b.push_back(uint8_t(v >> 8)); }
 void put32(Bytes& b, uint32_t v) { put16(b, uint16_t(v)), put16(b, uint16_t(v >> 16)); }
 void putText(Bytes& b, const char* s, size_t width) {
@@ -34,9 +26,8 @@ void putText(Bytes& b, const char* s, size_t width) {
 }
 
 // An XM file of two channels: one pattern whose channel 0 holds `cells` (one per row), one
-// instrument with the given samples and key map, then `trailer` bytes.
-Bytes buildXm(const std::vector<Cell>& cells, const std::vector<XmSample>& samples = {XmSample{{1, 2, 3}}},
-              const std::vector<uint8_t>& keyMap = {}, const Bytes& trailer = {}) {
+// instrument with one three-point sample, then `trailer` bytes.
+Bytes buildXm(const std::vector<Cell>& cells, const Bytes& trailer = {}) {
     Bytes b;
     putText(b, "Extended Module: ", 17);
     putText(b, "song", 20);
@@ -58,34 +49,16 @@ Bytes buildXm(const std::vector<Cell>& cells, const std::vector<XmSample>& sampl
     }
     put32(b, 9), b.push_back(0), put16(b, uint16_t(cells.size())), put16(b, uint16_t(packed.size()));
     b.insert(b.end(), packed.begin(), packed.end());
-    // Instrument: 263-byte header as FastTracker writes it.
+    // The instrument's 263-byte header as FastTracker writes it, one sample header, the data.
     const size_t ins = b.size();
     put32(b, 263);
     putText(b, "instr", 22);
-    b.push_back(0), put16(b, uint16_t(samples.size())), put32(b, 40);
+    b.push_back(0), put16(b, 1), put32(b, 40);
     b.resize(ins + 263, 0);
-    for (size_t k = 0; k < keyMap.size(); ++k) b[ins + 33 + k] = keyMap[k];
-    b[ins + 225] = 2;  // two volume envelope points
-    wr16le(&b[ins + 129 + 4], 10), wr16le(&b[ins + 129 + 6], 64);
-    b[ins + 233] = 1;
-    wr16le(&b[ins + 239], 0x400);
-    for (const XmSample& s : samples) {
-        const unsigned bytesPer = (s.type & 0x10) ? 2 : 1;
-        put32(b, uint32_t(s.frames.size() * bytesPer)), put32(b, s.loopStart), put32(b, s.loopLength);
-        b.push_back(s.volume), b.push_back(uint8_t(s.finetune)), b.push_back(s.type), b.push_back(s.pan);
-        b.push_back(uint8_t(s.relativeNote)), b.push_back(0);
-        putText(b, "smp", 22);
-    }
-    for (const XmSample& s : samples) {
-        const size_t half = (s.type & 0x20) ? s.frames.size() / 2 : s.frames.size();
-        int prev = 0;
-        for (size_t i = 0; i < s.frames.size(); ++i) {
-            if (i == half) prev = 0;  // each channel of a stereo sample is delta-coded from 0
-            const int d = s.frames[i] - prev;
-            prev = s.frames[i];
-            (s.type & 0x10) ? put16(b, uint16_t(d)) : b.push_back(uint8_t(d));
-        }
-    }
+    put32(b, 3), put32(b, 0), put32(b, 0);
+    b.insert(b.end(), {64, 0, 0, 128, 0, 0});
+    putText(b, "smp", 22);
+    b.insert(b.end(), {1, 1, 1});
     b.insert(b.end(), trailer.begin(), trailer.end());
     return b;
 }
@@ -167,48 +140,6 @@ TEST(XmReaderCells, DocumentedMovesAndDrops) {
     EXPECT_TRUE(has("notes above key-off"));
 }
 
-TEST(XmReaderRecords, SamplesInstrumentsAndKeyMap) {
-    XmSample a{{-128, 0, 127, -1}, 0x02, 1, 2, -16, 12, 40, 0x30};   // ping-pong loop
-    XmSample b{{1000, -1000, 32767, -32768}, 0x11, 2, 4, 5, -3, 64, 255};  // 16-bit, loop frames 1..3
-    XmSample c{{10, 20, 30, -10, -20, -30}, 0x20};                     // stereo: 3 frames a channel
-    std::vector<uint8_t> keys(96, 0);
-    keys[50] = 1, keys[60] = 2, keys[70] = 7;  // 7: a sample the instrument does not have
-    const Bytes file = buildXm({{49, 1, 0, 0, 0}}, {a, b, c}, keys);
-    ReadResult r = readOk(file);
-    const SongHeader& s = *r.song;
-    ASSERT_EQ(s.samples.size(), 3u);
-    EXPECT_EQ(s.flags, SH_LINEAR_SLIDES | SH_XM_ALT_TRACKER_NAME);
-    const SampleRecord& sa = s.samples[0];
-    EXPECT_EQ(sa.frequency & 0xFF, 112u);
-    EXPECT_EQ(sa.relativeNote, 12);
-    EXPECT_EQ(sa.volume, 40);
-    EXPECT_EQ(sa.pan, 0x30);
-    EXPECT_EQ(sa.flags, SF_LOOP | SF_PINGPONG);
-    EXPECT_EQ(sa.loopStart, 1u);
-    EXPECT_EQ(sa.loopEnd, 3u);
-    EXPECT_EQ(sa.globalVolume, 1);  // the instrument it belongs to
-    EXPECT_EQ(test::pcmOf(sa), (std::vector<int16_t>{-32768, 0, 32512, -256}));
-    EXPECT_EQ(s.samples[1].flags, SF_16BIT | SF_LOOP);
-    EXPECT_EQ(s.samples[1].loopStart, 1u);
-    EXPECT_EQ(s.samples[1].loopEnd, 3u);
-    EXPECT_EQ(test::pcmOf(s.samples[1]), (std::vector<int16_t>{1000, -1000, 32767, -32768}));
-    EXPECT_EQ(s.samples[2].length, 3u);
-    EXPECT_EQ(test::pcmOf(s.samples[2], 1), (std::vector<int16_t>{-2560, -5120, -7680}));
-    const InstrumentRecord& ins = s.instruments[0];
-    EXPECT_EQ(ins.noteMap[50].sample, 1);
-    EXPECT_EQ(ins.noteMap[70].sample, 7);
-    EXPECT_EQ(ins.noteMap[100].sample, 0xFFFF);
-    EXPECT_EQ(ins.fadeout, 0x400);
-    EXPECT_EQ(ins.volumeEnvelope.points[1].tick, 10);
-
-    // Written back, the instrument and sample headers and the data are the source's bytes.
-    const Bytes out = test::runWriteModule(*r.song, 1).bytes;
-    const size_t srcIns = 336 + 9 + 4, outIns = 336 + 9 + 4;
-    ASSERT_GE(out.size(), outIns + 248 + 3 * 40);
-    EXPECT_TRUE(std::equal(file.begin() + srcIns + 4, file.begin() + srcIns + 248, out.begin() + outIns + 4));
-    EXPECT_TRUE(std::equal(file.begin() + srcIns + 263, file.end(), out.begin() + outIns + 248, out.end()));
-}
-
 TEST(XmReaderRecords, TrailingChunksComeBack) {
     Bytes trailer;
     auto chunk = [&](const char* id, const Bytes& data) {
@@ -226,7 +157,7 @@ TEST(XmReaderRecords, TrailingChunksComeBack) {
     chunk("MIDI", midi);
     chunk("FX03", {1, 2, 3});
     chunk("CHFX", {9, 0, 0, 0, 8, 0, 0, 0});
-    const Bytes file = buildXm({{}}, {XmSample{{1}}}, {}, trailer);
+    const Bytes file = buildXm({{}}, trailer);
     ReadResult r = readOk(file);
     EXPECT_EQ(r.song->message, "hi\rx");
     EXPECT_EQ(r.song->sfxMacro[0], 1);
@@ -242,7 +173,7 @@ TEST(XmReaderRecords, TrailingChunksComeBack) {
     std::memcpy(&midi[32 * 10], "F0F001zz", 8);
     Bytes other;
     putText(other, "MIDI", 4), put32(other, 4896), other.insert(other.end(), midi.begin(), midi.end());
-    ReadResult r2 = readOk(buildXm({{}}, {XmSample{{1}}}, {}, other));
+    ReadResult r2 = readOk(buildXm({{}}, other));
     EXPECT_EQ(r2.song->sfxMacro[1], 0);
     EXPECT_FALSE(r2.warnings.empty());
 }

@@ -75,7 +75,8 @@ public:
     uint16_t u16be();
     void bytes(void* dest, size_t count);
     std::string text(size_t width);  // a fixed-width name field, cut at its first zero byte
-    const uint8_t* at(size_t pos) const { return pos < size_ ? data_ + pos : nullptr; }
+    // The data at `pos`; the end itself is a valid place to read zero bytes from.
+    const uint8_t* at(size_t pos) const { return pos <= size_ ? data_ + pos : nullptr; }
 
 private:
     const uint8_t* data_;

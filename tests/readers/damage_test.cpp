@@ -34,10 +34,11 @@ void expectSound(const ReadResult& r, size_t n, const SongHeader* whole = nullpt
 }
 
 // The rich module as the writer for its origin makes it (MOD's order table without the
-// container's skip and end markers, which a MOD reader takes for patterns).
+// container's skip and end markers, which a MOD reader takes for patterns), a mono sample last.
 Bytes written(uint32_t origin) {
     SongHeader song = makeRichModule(origin);
     if (origin == SH_ORIGIN_MOD) setOrders(song, {0, 1, 2, 1});
+    addSample(song, 0, 300);  // mono and last: a cut in it cuts nothing else
     return runWriteModule(song, 1).bytes;
 }
 
@@ -49,7 +50,8 @@ TEST(ReaderDamage, EveryCutAndFlippedByteReadsOrIsRefused) {
         ASSERT_TRUE(whole.song) << whole.error;
         size_t cutsRead = 0, quietCuts = 0;
         for (size_t n = 0; n < file.size(); ++n) {
-            const ReadResult cut = readModule(file.data(), n);
+            const Bytes prefix(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(n));  // its own block: ASan sees past it
+            const ReadResult cut = readModule(prefix.data(), n);
             expectSound(cut, n, whole.song.get());
             // A cut file that still reads says that it was cut.
             quietCuts += cut.song && !(origin == 0 && n < 336) && std::all_of(cut.warnings.begin(), cut.warnings.end(), [&](const std::string& w) {

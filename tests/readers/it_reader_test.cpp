@@ -99,6 +99,12 @@ TEST(ItInverseTranslation, EveryVolumeByteAndLetterComesBack) {
         ASSERT_TRUE(appendItVolume(row, static_cast<uint8_t>(v)));
         EXPECT_EQ(translated(row, Target::IT), (std::array<int, 3>{v + 1, 0, 0})) << v;
     }
+    // Bytes 128-192 are pans 0-64 (64 as the translation's 255), not raw volume-column bytes.
+    for (int v = 128; v <= 192; ++v) {
+        TrackRow row;
+        appendItVolume(row, static_cast<uint8_t>(v));
+        EXPECT_EQ(row, (TrackRow{{11, static_cast<uint8_t>(v == 192 ? 255 : (v - 128) * 4)}})) << v;
+    }
     TrackRow none;
     EXPECT_FALSE(appendItVolume(none, 255) || appendItEffect(none, 0, 1) || appendItEffect(none, 27, 1));
     EXPECT_TRUE(none.empty());

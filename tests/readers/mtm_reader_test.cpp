@@ -92,6 +92,7 @@ TEST(MtmReader, TracksAndListsAreKeptOneForOne) {
     EXPECT_EQ(s.channelPan[5], 5 * 17);
     EXPECT_EQ(test::pcmOf(s.samples[0]), (std::vector<int16_t>{-32768, 0, 32512, -256}));
     EXPECT_EQ(s.samples[0].frequency & 0xFF, 0x50u);
+    EXPECT_EQ(s.samples[0].pan, -1);  // MTM samples carry no pan
     EXPECT_EQ(s.samples[0].flags, 0);  // loop 1..3 bytes: shorter than a loop
     EXPECT_EQ(test::pcmOf(s.samples[1]), (std::vector<int16_t>{-32768, 0, 32767}));
     EXPECT_EQ(s.samples[1].flags, SF_16BIT | SF_LOOP);

@@ -91,6 +91,8 @@ TEST(S3mReader, HandMadeFileFieldByField) {
         EXPECT_EQ((std::array<int, 4>{s.channelPan[0], s.channelPan[1], s.channelPan[2], s.channelPan[3]}),
                   (std::array<int, 4>{2 * 17, 12 * 17, 13 * 17, 0}));
 
+        // A file that ends right after the pan table still has it.
+        EXPECT_EQ(readS3m(f.data(), 96 + 4 + 8 + 32).song->channelPan, s.channelPan);
         ASSERT_EQ(s.samples.size(), 3u);
         const SampleRecord &a = s.samples[0], &b = s.samples[1];
         EXPECT_EQ(std::tie(a.name, a.fileName), std::tuple("eight", "FILE.SMP"));

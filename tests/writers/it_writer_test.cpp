@@ -1,5 +1,6 @@
-// IT writer: header, tables, instrument and sample headers and packed patterns checked byte by
-// byte against hand-worked values (libxmp's reading of the patterns: libxmp_test.cpp).
+// IT writer, byte by byte against hand-worked values, where the corpus read and written back
+// (readers/corpus_fixpoint_test) does not reach: mix volume codes, the offset table, the MIDI
+// configuration scan, envelope conversion and packed patterns past IT's usual range.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -41,29 +42,6 @@ TEST(ItHeader, MixVolumeAndChannels) {
     EXPECT_EQ(f.bytes(0x80, 4), (Bytes{64, 0, 0, 17}));
     EXPECT_EQ(f.bytes(0x44, 60), Bytes(60, 0x80));
     EXPECT_EQ(f.bytes(0x84, 60), Bytes(60, 0));
-}
-
-TEST(ItHeader, FixedFieldsNameAndFlags) {
-    SongHeader song = minimalSong();
-    song.name = "a name that is longer than twenty-six bytes";
-    song.initialSpeed = 3;
-    song.initialTempo = 150;
-    song.globalVolume = 100;
-    song.separation = 48;
-    ItFile f = write(song);
-    EXPECT_EQ(f.text(0, 4), "IMPM");
-    EXPECT_EQ(f.text(4, 28), song.name.substr(0, 26) + std::string(2, '\0'));  // full, unterminated
-    EXPECT_EQ(f.u16(0x28), 0x0214);
-    EXPECT_EQ(f.u16(0x2A), 0x0214);
-    EXPECT_EQ(f.u16(0x2C), 0x0001 | 0x0010 | 0x0020);  // clear bits: old effects, compatible Gxx
-    EXPECT_EQ(f.u16(0x2E), 0);
-    EXPECT_EQ(f.bytes(0x30, 16), (Bytes{100, 52, 3, 150, 48, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-
-    song.flags = IT | SH_IT_INSTRUMENTS | SH_LINEAR_SLIDES | SH_IT_NO_OLD_EFFECTS | SH_IT_NO_COMPAT_GXX | SH_IT_FLAG_1000;
-    song.name = "short";
-    f = write(song);
-    EXPECT_EQ(f.text(4, 26), std::string("short") + std::string(21, '\0'));
-    EXPECT_EQ(f.u16(0x2C), 0x0001 | 0x0004 | 0x0008 | 0x1000);
 }
 
 TEST(ItHeader, OrdersOffsetTableAndMessage) {
@@ -148,55 +126,6 @@ TEST(ItMacros, BlocksComeBeforeTheMessage) {
 // ---------------------------------------------------------------------------------------------
 // Instrument and sample headers
 
-TEST(ItInstrument, HeaderFieldsAndKeyboard) {
-    SongHeader song = minimalSong();
-    song.flags |= SH_IT_INSTRUMENTS;
-    InstrumentRecord& a = addInstrument(song);
-    a.name = "lead";
-    a.fileName = "LEAD.ITI";
-    a.newNoteAction = 3;
-    a.duplicateCheckType = 1;
-    a.duplicateCheckAction = 2;
-    a.fadeout = 0x1234;
-    a.pitchPanSeparation = 0xF8;
-    a.pitchPanCentre = 60;
-    a.globalVolume = 99;
-    a.pan = 255;
-    a.randomVolume = 0x0133;
-    a.randomPan = 0x0105;
-    a.filterCutoff = 0x90;
-    a.filterResonance = 0x85;
-    a.midiChannel = 3;
-    a.midiProgram = 12;
-    a.midiBank = 5;
-    a.noteMap[0] = {60, 0};
-    a.noteMap[1] = {0x1FF, 0xFFFF};
-    a.noteMap[119] = {7, 2};
-    InstrumentRecord& b = addInstrument(song);
-    b.midiChannel = 0;  // no MIDI: program and bank are not written either
-    b.midiProgram = 12;
-    b.midiBank = 5;
-    addSample(song, 0, 2);
-
-    const ItFile f = write(song);
-    const size_t at = f.entry(0);
-    EXPECT_EQ(at, f.tableAt() + 4 * 4 + 2);
-    EXPECT_EQ(f.entry(1), at + INSTRUMENT_HEADER);
-    EXPECT_EQ(f.entry(2), at + 2 * INSTRUMENT_HEADER);
-    EXPECT_EQ(f.u16(0x22), 2);
-    EXPECT_EQ(f.text(at, 13), std::string("IMPILEAD.ITI\0", 13));
-    EXPECT_EQ(f.bytes(at + 0x11, 3), (Bytes{3, 1, 2}));
-    EXPECT_EQ(f.u16(at + 0x14), 0x1234 >> 5);
-    EXPECT_EQ(f.bytes(at + 0x16, 6), (Bytes{0xF8, 60, 99, 64, 0x33, 0x41}));
-    EXPECT_EQ(f.text(at + 0x20, 5), std::string("lead\0", 5));
-    EXPECT_EQ(f.bytes(at + 0x3A, 6), (Bytes{0x90, 0x85, 4, 12, 5, 0}));
-    EXPECT_EQ(f.bytes(at + 0x40, 6), (Bytes{60, 1, 0xFF, 0, 2, 0}));  // sample 0 -> 1, none -> 0
-    EXPECT_EQ(f.bytes(at + 0x40 + 2 * 119, 2), (Bytes{7, 3}));
-    EXPECT_EQ(f.bytes(at + 0x226, 7), Bytes(7, 0));
-    EXPECT_EQ(f.u8(f.entry(1) + 0x19), 0x80);  // pan -1
-    EXPECT_EQ(f.bytes(f.entry(1) + 0x3C, 4), Bytes(4, 0));
-}
-
 TEST(ItInstrument, EnvelopeConversion) {
     SongHeader song = minimalSong();
     song.flags |= SH_IT_INSTRUMENTS;
@@ -216,57 +145,6 @@ TEST(ItInstrument, EnvelopeConversion) {
     EXPECT_EQ(f.bytes(p, 12), (Bytes{0x01 | 0x02, 2, 1, 1, 0, 0, 0xE0, 0, 0, 32, 5, 0}));
     EXPECT_EQ(f.bytes(q, 12), (Bytes{0x81, 2, 0, 0, 0, 0, 32, 0, 0, 0xE0, 8, 0}));
     EXPECT_EQ(f.u8(f.entry(1) + 0x130 + 1), 25);
-}
-
-TEST(ItSample, HeaderFieldsAndFlags) {
-    SongHeader song = minimalSong();
-    SampleRecord& s = addSample(song, SF_16BIT | SF_STEREO | SF_LOOP | SF_PINGPONG | SF_SUSTAIN, 100);
-    s.name = "kick";
-    s.fileName = "KICK.WAV";
-    s.globalVolume = 50;
-    s.volume = 40;
-    s.pan = 255;
-    s.loopStart = 10;
-    s.loopEnd = 90;
-    s.frequency = 22050;
-    s.sustainStart = 20;
-    s.sustainEnd = 30;
-    s.vibratoSpeed = 1;
-    s.vibratoDepth = 2;
-    s.vibratoSweep = 3;
-    s.vibratoType = 4;
-    const std::pair<uint16_t, uint8_t> flagCases[] = {
-        {0, 0x01}, {SF_LOOP, 0x11}, {SF_PINGPONG, 0x01}, {SF_SUSTAIN | SF_SUSTAIN_PINGPONG, 0xA1},
-        {SF_LOOP | SF_PINGPONG | SF_COMPRESSED, 0x51}};
-    for (const auto& c : flagCases) addSample(song, c.first, 4).pan = -1;
-    const ItFile f = write(song);
-    const size_t at = f.entry(0);
-    EXPECT_EQ(f.text(at, 13), std::string("IMPSKICK.WAV\0", 13));
-    EXPECT_EQ(f.bytes(at + 0x10, 4), (Bytes{0, 50, 0x01 | 0x02 | 0x04 | 0x10 | 0x40 | 0x20, 40}));
-    EXPECT_EQ(f.text(at + 0x14, 5), std::string("kick\0", 5));
-    EXPECT_EQ(f.bytes(at + 0x2E, 2), (Bytes{1, 64 | 0x80}));
-    EXPECT_EQ(f.bytes(at + 0x30, 24), (Bytes{100, 0, 0, 0, 10, 0, 0, 0, 90, 0, 0, 0,  //
-                                              0x22, 0x56, 0, 0, 20, 0, 0, 0, 30, 0, 0, 0}));
-    EXPECT_EQ(f.bytes(at + 0x4C, 4), (Bytes{1, 2, 3, 4}));
-    for (size_t i = 0; i < std::size(flagCases); ++i) {
-        EXPECT_EQ(f.u8(f.entry(1 + i) + 0x12), flagCases[i].second) << i;
-        EXPECT_EQ(f.u8(f.entry(1 + i) + 0x2F), 0) << i;  // no pan
-    }
-}
-
-TEST(ItSample, DataOffsetsAndPcm) {
-    SongHeader song = minimalSong();
-    addSample(song, 0, 5, 1);
-    addSample(song, SF_16BIT, 0);  // empty: shares the next sample's offset
-    addSample(song, SF_16BIT | SF_STEREO, 3, 2);
-    const ItFile f = write(song);
-    const uint32_t d0 = f.u32(f.entry(0) + 0x48), d1 = f.u32(f.entry(1) + 0x48), d2 = f.u32(f.entry(2) + 0x48);
-    EXPECT_EQ(f.u8(f.entry(1) + 0x12), 0x02);  // 16-bit, no data
-    EXPECT_EQ(d1, d0 + 5);
-    EXPECT_EQ(d2, d1);
-    EXPECT_EQ(f.b.size(), d2 + 12);
-    for (uint32_t i = 0; i < 6; ++i)  // left channel whole, then right (libxmp reads only the left)
-        EXPECT_EQ(f.u16(d2 + 2 * i), static_cast<uint16_t>(song.samples[2].pcm[i / 3][i % 3])) << i;
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -1,5 +1,5 @@
-// MTM writer: header, sample headers, track rows, pattern track lists and the comment against
-// bytes worked by hand from the fields' arithmetic, also past MTM's usual range.
+// MTM writer: header, track rows, pattern track lists and the comment against bytes worked by
+// hand from the fields' arithmetic, also past MTM's usual range.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -80,28 +80,6 @@ TEST(MtmHeader, Limits) {
     EXPECT_EQ(f.bytes(24, 4), (Bytes{0xFF, 0xFF, 0xFF, 0xFF}));
     EXPECT_EQ(f.b.size(), 66u + 128);
     EXPECT_EQ(f.messages, "");
-}
-
-TEST(MtmSample, HeaderFields) {
-    SongHeader s = song(4);
-    SampleRecord& wide = addSample(s, SF_16BIT | SF_LOOP, 1000);
-    wide.name = "a sample name of more than 22";
-    wide.loopStart = 100;
-    wide.loopEnd = 900;
-    wide.frequency = 0x12345680;  // finetune: the first byte's high nibble only
-    wide.volume = 33;
-    SampleRecord& narrow = addSample(s, 0, 7);
-    narrow.loopStart = 1;
-    narrow.loopEnd = 6;
-    narrow.frequency = 0x7F;
-    addSample(s, 0, 3);  // nameless: takes instrument 2's name
-    for (const char* name : {"ins one", "ins two", "ins three"}) addInstrument(s).name = name;
-    const MtmFile f = write(s);
-    EXPECT_EQ(f.text(0 + 66, 22), s.samples[0].name.substr(0, 22));
-    EXPECT_EQ(f.bytes(66 + 22, 15), (Bytes{0xD0, 0x07, 0, 0, 200, 0, 0, 0, 0x08, 0x07, 0, 0, 8, 33, 1}));
-    EXPECT_EQ(f.bytes(f.sampleAt(1) + 22, 15), (Bytes{7, 0, 0, 0, 1, 0, 0, 0, 6, 0, 0, 0, 7, 64, 0}));
-    EXPECT_EQ(f.text(f.sampleAt(1), 8), "ins two\0"s);
-    EXPECT_EQ(f.text(f.sampleAt(2), 10), "ins three\0"s);
 }
 
 TEST(MtmSample, DataUnsignedAndMono) {

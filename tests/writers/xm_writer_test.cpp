@@ -1,5 +1,6 @@
-// XM writer: module header, packed patterns, instrument and sample headers, the sample-run search
-// and the trailing chunks checked byte by byte against hand-worked values.
+// XM writer, byte by byte against hand-worked values, where the corpus read and written back
+// does not reach: order lists and packed sizes past XM's fields, the sample-run search and the
+// trailing chunks.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -40,33 +41,6 @@ SampleRecord& addXmSample(SongHeader& song, unsigned owner, uint16_t flags, uint
 
 // ---------------------------------------------------------------------------------------------
 // Module header
-
-TEST(XmHeader, FieldsOrderTableAndTrackerName) {
-    SongHeader song = minimalSong(6);
-    song.name = "a song name longer than twenty";
-    song.restartPos = 2;
-    song.initialSpeed = 3;
-    song.initialTempo = 140;
-    song.flags = SH_LINEAR_SLIDES;
-    addPattern(song, 32, std::vector<uint16_t>(6, 0));
-    setOrders(song, {1, 0, 1});
-    addInstrument(song);
-    XmFile f = write(song);
-    EXPECT_EQ(f.text(0, 58), "Extended Module: a song name longer t\x1A" "FastTracker v2.00   ");
-    EXPECT_EQ(f.u16(58), 0x0104);
-    EXPECT_EQ(f.u32(60), 276u);
-    EXPECT_EQ(f.bytes(64, 16), (Bytes{3, 0, 2, 0, 6, 0, 2, 0, 1, 0, 1, 0, 3, 0, 140, 0}));
-    EXPECT_EQ(f.bytes(80, 4), (Bytes{1, 0, 1, 0}));
-    EXPECT_EQ(f.bytes(84, 252), Bytes(252, 0));
-    EXPECT_EQ(f.messages, "");
-
-    song.name = "short";
-    song.flags = SH_XM_ALT_TRACKER_NAME;
-    f = write(song);
-    EXPECT_EQ(f.text(17, 20), "short" + std::string(15, '\0'));
-    EXPECT_EQ(f.text(38, 20), "FastTracker v 2.00  ");
-    EXPECT_EQ(f.u16(74), 0);
-}
 
 TEST(XmHeader, OrderListBeyondTheTable) {
     SongHeader song = minimalSong();
@@ -145,76 +119,6 @@ TEST(XmInstrument, WithoutSamplesIs33Bytes) {
     EXPECT_EQ(f.u32(at), 33u);
     EXPECT_EQ(f.text(at + 4, 6), std::string("empty\0", 6));
     EXPECT_EQ(f.bytes(at + 26, 7), (Bytes{0, 0, 0, 40, 0, 0, 0}));
-}
-
-TEST(XmInstrument, FullHeaderFields) {
-    SongHeader song = minimalSong();
-    InstrumentRecord& ins = addInstrument(song);
-    ins.flags = 0x3;
-    ins.volumeEnvelope = {0x07, 3, 1, 0, 0, 2, {}};
-    ins.volumeEnvelope.points[0] = {0, 64};
-    ins.volumeEnvelope.points[1] = {0x123, 32};
-    ins.volumeEnvelope.points[12] = {99, 99};  // beyond XM's 12 points
-    ins.panningEnvelope = {0x81, 2, 0, 0, 1, 1, {}};
-    ins.panningEnvelope.points[1] = {5, 0x20};
-    ins.vibratoType = 1;
-    ins.vibratoSweep = 2;
-    ins.vibratoDepth = 3;
-    ins.vibratoRate = 4;
-    ins.fadeout = 0x1234;
-    ins.midiChannel = 9;
-    ins.midiProgram = 200;
-    ins.midiBendRange = 12;
-    ins.noteMap[5].sample = 0;
-    addXmSample(song, 1, 0, 4);
-    const XmFile f = write(song);
-    const size_t at = f.instrumentsAt();
-    EXPECT_EQ(f.bytes(at, 4), (Bytes{248, 0, 0, 0}));
-    EXPECT_EQ(f.bytes(at + 27, 6), (Bytes{1, 0, 40, 0, 0, 0}));
-    EXPECT_EQ(f.bytes(at + 33, 96), Bytes(96, 0));  // one sample: every key plays it
-    EXPECT_EQ(f.bytes(at + 129, 8), (Bytes{0, 0, 64, 0, 0x23, 0x01, 32, 0}));
-    EXPECT_EQ(f.bytes(at + 129 + 8, 40), Bytes(40, 0));
-    EXPECT_EQ(f.bytes(at + 177, 8), (Bytes{0, 0, 0, 0, 5, 0, 0x20, 0}));
-    EXPECT_EQ(f.bytes(at + 225, 23), (Bytes{3, 2, 1, 0, 2, 0, 1, 1, 0x07, 0x01, 1, 2, 3, 4, 0x34, 0x12, 1, 9, 200, 0, 12, 0, 1}));
-    EXPECT_EQ(f.u32(at + 248), 4u);  // the sample header follows
-
-    song.instruments[0].flags = 0;
-    const XmFile g = write(song);
-    EXPECT_EQ(g.u8(at + 241), 0);
-    EXPECT_EQ(g.u8(at + 247), 0);
-}
-
-TEST(XmSample, HeaderFieldsAndDeltaData) {
-    SongHeader song = minimalSong();
-    addInstrument(song);
-    SampleRecord& a = addXmSample(song, 1, SF_16BIT | SF_STEREO | SF_LOOP, 1000, 3);
-    a.loopStart = 100;
-    a.loopEnd = 300;
-    a.volume = 48;
-    a.frequency = 0x90;  // fine-tune +16
-    a.pan = -1;
-    a.relativeNote = -12;
-    a.name = "stereo";
-    SampleRecord& b = addXmSample(song, 1, SF_LOOP | SF_PINGPONG, 5, 4);
-    b.loopStart = 1;
-    b.loopEnd = 4;
-    b.frequency = 0x170;  // only the first byte counts: fine-tune -16
-    b.pan = 200;
-    SampleRecord& c = addXmSample(song, 1, SF_PINGPONG | SF_16BIT, 0);  // ping-pong without loop: type still 2
-    c.pan = 0;
-    c.loopStart = 6;  // past the end: the loop length (2 - 6) * 2 wraps in 32 bits
-    c.loopEnd = 2;
-    const XmFile f = write(song);
-    const size_t h = f.instrumentsAt() + 248;
-    EXPECT_EQ(f.bytes(h, 24), (Bytes{0xA0, 0x0F, 0, 0, 200, 0, 0, 0, 0x90, 0x01, 0, 0,  //
-                                      48, 0x10, 0x31, 0xFF, 0xF4, 0, 's', 't', 'e', 'r', 'e', 'o'}));
-    EXPECT_EQ(f.bytes(h + 40, 18), (Bytes{5, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 64, 0xF0, 2, 200, 0, 0}));
-    EXPECT_EQ(f.bytes(h + 80, 16), (Bytes{0, 0, 0, 0, 12, 0, 0, 0, 0xF8, 0xFF, 0xFF, 0xFF, 64, 0x2B, 0x12, 0}));
-
-    // Data after the three headers (libxmp checks the deltas of mono data): each channel's deltas
-    // start again from 0, then the 8-bit sample.
-    ASSERT_EQ(f.b.size(), h + 120 + 4000 + 5);
-    EXPECT_EQ(f.u16(h + 120 + 2000), static_cast<uint16_t>(song.samples[0].pcm[1][0]));
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -660,6 +660,7 @@ ReadResult readXm(const uint8_t* data, size_t size) {
     PatternBuilder builder(channels);
     size_t pos = XM_PREAMBLE + size_t{headerSize};
     bool ended = pos > size;
+    if (ended) warnings.add("XM: the file ends inside its header; the rest is empty");
     const unsigned keptPatterns = std::min<unsigned>(patterns, XM_MAX_PATTERNS);
     for (unsigned p = 0; p < patterns; ++p) {
         if (ended || size - pos < 9) {

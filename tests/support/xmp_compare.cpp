@@ -292,22 +292,4 @@ void expectEvents(const XmpModule& x, const std::vector<XmpCell>& cells) {
     }
 }
 
-void expectSample(const XmpModule& x, int i, const SampleRecord& s) {
-    ASSERT_LT(i, x.mod().smp);
-    const xmp_sample& xs = x.mod().xxs[i];
-    EXPECT_EQ(xs.len, static_cast<int>(s.length)) << "sample " << i;
-    EXPECT_EQ((xs.flg & XMP_SAMPLE_16BIT) != 0, (s.flags & SF_16BIT) != 0) << "sample " << i;
-    EXPECT_EQ((xs.flg & XMP_SAMPLE_LOOP) != 0, (s.flags & SF_LOOP) != 0) << "sample " << i;
-    size_t compared = s.length;
-    if (s.flags & SF_LOOP) {
-        EXPECT_EQ(xs.lps, static_cast<int>(s.loopStart)) << "sample " << i;
-        EXPECT_EQ(xs.lpe, static_cast<int>(s.loopEnd)) << "sample " << i;
-        compared = s.loopEnd;
-    }
-    std::vector<int16_t> got = x.samplePcm(i), want = pcmOf(s);
-    got.resize(std::min(got.size(), compared));
-    want.resize(std::min(want.size(), compared));
-    EXPECT_TRUE(got == want) << "sample data " << i;
-}
-
 }  // namespace deqaz::test

@@ -55,10 +55,6 @@ struct XmpCell {
 };
 void expectEvents(const XmpModule& x, const std::vector<XmpCell>& cells);
 
-// libxmp holds sample i with the module sample's length, loop and channel-1 PCM. libxmp rewrites
-// the frames after a loop's end for its interpolation, so a looped sample is compared up to there.
-void expectSample(const XmpModule& x, int i, const SampleRecord& s);
-
 // Renders module bytes as XmpModule::render does, in a child process: libxmp 4.5 reads and writes
 // out of bounds while playing some damaged modules, which must not take the caller down. False
 // when libxmp cannot load the module or the child does not finish cleanly.

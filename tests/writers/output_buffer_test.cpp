@@ -89,6 +89,7 @@ TEST(OutputBufferTest, SamplePcmReservesExactly) {
     out.writeSamplePcm(stereo, 0);
     EXPECT_EQ(out.outputSize(), 1u + 160000u);
     EXPECT_EQ(out.outputCapacity(), 1u + 160000u);  // no slack after either channel
+    out.patch8(out.outputSize(), 9);  // just past the end, and the block: ignored (ASan watches)
     EXPECT_EQ(out.outputData()[1], 1);
     EXPECT_EQ(out.outputData()[1 + 80000], 2);
 

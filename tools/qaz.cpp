@@ -1,8 +1,10 @@
 // qaz: the QAZ encoder. Reads an IT, XM, S3M, MOD or MTM module and writes it as a QAZ file that
 // deqaz converts back.
 //   qaz [-y] [-s] [-c CODING] [-v VERSION] infile [outfile]
-// CODING: raw, delta, predict (lossless; default predict), vorbis[:QUALITY] (-0.1 to 1.0,
-// default 0.4, header pages shared between samples), mp3[:KBPS] (default 128).
+// CODING: auto (the default: each sample in its smallest lossless coding, repeated sample data
+// stored once), raw, delta, predict (every sample so), vorbis[:QUALITY] (-0.1 to 1.0, default
+// 0.4, header pages shared between samples) or mp3[:KBPS] (default 128), both only where smaller
+// than the sample's auto coding.
 // infile/outfile may be STDIN/STDOUT. Without outfile the name is infile with its extension
 // replaced by ".qaz". --help and --version print the usage and the version; any other option,
 // or an option without its value, is refused with the reason and the usage.
@@ -30,7 +32,7 @@ const char USAGE[] =
     "Usage: qaz [-y] [-s] [-c coding] [-v version] infile [outfile]\n"
     "   -y = always overwrite\n"
     "   -s = silent mode (no text output, always overwrite)\n"
-    "   -c = sample coding: raw, delta, predict (default), vorbis[:quality], mp3[:kbps]\n"
+    "   -c = sample coding: auto (default), raw, delta, predict, vorbis[:quality], mp3[:kbps]\n"
     "   -v = container version 4 or 5 (default 5)\n"
     "   infile/outfile can be STDIN/STDOUT to use standard input/output\n"
     "   --help, --version: this text, the version\n";
@@ -54,10 +56,14 @@ void setLossless(SongHeader& song, uint16_t coding) {
         if (s.storedSize >= 0) s.flags = static_cast<uint16_t>((s.flags & ~SF_CODING_MASK) | coding);
 }
 
+// The lossless coding every sample gets, or AUTO: the smallest for each sample.
+constexpr uint16_t AUTO = 0xFFFF;
+
 bool parseCoding(const std::string& arg, QazWriteOptions& options, uint16_t& lossless) {
     const std::string name = arg.substr(0, arg.find(':'));
     const char* value = arg.find(':') == std::string::npos ? nullptr : arg.c_str() + arg.find(':') + 1;
-    if (name == "raw") lossless = 0;
+    if (name == "auto") lossless = AUTO;
+    else if (name == "raw") lossless = 0;
     else if (name == "delta") lossless = SF_DELTA;
     else if (name == "predict") lossless = SF_PREDICT;
     else if (name == "vorbis") {
@@ -112,8 +118,8 @@ bool writeQazFile(const std::string& name, const std::vector<uint8_t>& bytes, st
 int main(int argc, char** argv) {
     int silent = 0, overwrite = 0;
     QazWriteOptions options;
-    uint16_t lossless = SF_PREDICT;
-    std::string coding = "predict";
+    uint16_t lossless = AUTO;
+    std::string coding = "auto";
     int arg = 1;
     for (; arg < argc && argv[arg][0] == '-' && argv[arg][1] != 0; ++arg) {
         const std::string sw = argv[arg];
@@ -165,7 +171,8 @@ int main(int argc, char** argv) {
     }
     for (const std::string& w : read.warnings) say("warn: " + w + "\n");
     // Lossy coding keeps a sample lossless where the codec would not make it smaller.
-    setLossless(*read.song, lossless);
+    if (lossless == AUTO) chooseSmallestLossless(*read.song);
+    else setLossless(*read.song, lossless);
     say("name: " + read.song->name + "\noriginal format: " + std::to_string(read.song->channels) + "ch " +
         originExtension(read.song->origin()) + "\n");
 

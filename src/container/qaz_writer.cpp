@@ -1,6 +1,8 @@
 #include "container/qaz_writer.hpp"
 
+#include <algorithm>
 #include <cmath>
+#include <unordered_map>
 
 #include "common/endian.hpp"
 #include "container/pack.hpp"
@@ -251,6 +253,53 @@ bool planSampleStorage(const SongHeader& song, const QazWriteOptions& options, s
         st.storedSize = smp.isCoded() ? static_cast<int32_t>(st.data.size()) : 0;
     }
     return true;
+}
+
+namespace {
+
+// FNV-1a over a sample's layout, length and PCM: equal samples hash alike.
+uint64_t dataHash(const SampleRecord& smp) {
+    uint64_t h = 14695981039346656037u;
+    auto mix = [&](uint64_t v) { h = (h ^ v) * 1099511628211u; };
+    mix(smp.flags & (SF_16BIT | SF_STEREO));
+    mix(smp.length);
+    for (const HeapArray<int16_t>& pcm : smp.pcm)
+        for (size_t k = 0; k < pcm.size(); ++k) mix(static_cast<uint16_t>(pcm[k]));
+    return h;
+}
+
+bool sameData(const SampleRecord& a, const SampleRecord& b) {
+    if (a.length != b.length || (a.flags & (SF_16BIT | SF_STEREO)) != (b.flags & (SF_16BIT | SF_STEREO))) return false;
+    for (int c = 0; c < 2; ++c)
+        if (!std::equal(a.pcm[c].begin(), a.pcm[c].end(), b.pcm[c].begin(), b.pcm[c].end())) return false;
+    return true;
+}
+
+}  // namespace
+
+void chooseSmallestLossless(SongHeader& song) {
+    std::unordered_multimap<uint64_t, size_t> seen;  // samples with data of their own, by hash
+    for (size_t i = 0; i < song.samples.size(); ++i) {
+        SampleRecord& smp = song.samples[i];
+        if (smp.storedSize < 0 || (smp.flags & SF_COMPRESSED) || smp.length == 0) continue;
+        const uint64_t hash = dataHash(smp);
+        const auto [first, last] = seen.equal_range(hash);
+        const auto twin = std::find_if(first, last, [&](const auto& e) { return sameData(song.samples[e.second], smp); });
+        if (twin != last) {
+            smp.storedSize = -static_cast<int32_t>(i - twin->second);
+            continue;
+        }
+        seen.emplace(hash, i);
+        const uint16_t layout = static_cast<uint16_t>(smp.flags & ~SF_CODING_MASK);
+        size_t best = SIZE_MAX;
+        uint16_t bestFlags = layout;
+        for (uint16_t coding : {uint16_t{0}, SF_DELTA, SF_PREDICT}) {
+            smp.flags = static_cast<uint16_t>(layout | coding);
+            const size_t bytes = codeSampleData(smp).size();
+            if (bytes < best) best = bytes, bestFlags = smp.flags;
+        }
+        smp.flags = bestFlags;
+    }
 }
 
 std::vector<uint8_t> writeQaz(const SongHeader& song, const QazWriteOptions& options) {

@@ -58,6 +58,11 @@ std::vector<uint8_t> assembleQaz(const std::vector<uint8_t>& body, uint8_t versi
 // prediction coding of 2 * length planar values for stereo).
 std::vector<uint8_t> codeSampleData(const SampleRecord& sample);
 
+// Gives each sample with data of its own the smallest lossless coding: raw, delta or
+// second-order prediction, whichever stores fewest bytes. A sample whose length, layout and PCM
+// repeat an earlier sample's becomes a copy of it and stores nothing.
+void chooseSmallestLossless(SongHeader& song);
+
 // The whole QAZ file; empty when a lossy encoder refuses a sample.
 std::vector<uint8_t> writeQaz(const SongHeader& song, const QazWriteOptions& options = {});
 

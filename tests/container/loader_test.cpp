@@ -264,6 +264,39 @@ TEST(Loader, SampleDataPlacementAndShortInput) {
     EXPECT_EQ(pcmOf(both.song->samples[1]), pcmOf(two.samples[1]));
 }
 
+// Auto coding stores each sample in no more bytes than any single lossless coding would, a
+// repeated sample as a copy of the first, and loads back the same PCM.
+TEST(Loader, AutoCodingStoresEachSampleSmallestAndRepeatsOnce) {
+    auto song = [] {
+        SongHeader s = makeRichModule();
+        addSample(s, SF_16BIT, 300, 5);
+        addSample(s, SF_16BIT, 300, 5);  // the same again
+        return s;
+    };
+    auto storage = [](const SongHeader& s) {
+        std::vector<SampleStorage> st;
+        EXPECT_TRUE(planSampleStorage(s, {}, st));
+        return st;
+    };
+    SongHeader chosen = song();
+    chooseSmallestLossless(chosen);
+    EXPECT_EQ(chosen.samples.back().storedSize, -1);
+    const std::vector<SampleStorage> best = storage(chosen);
+    for (uint16_t coding : {uint16_t{0}, SF_DELTA, SF_PREDICT}) {
+        SongHeader fixed = song();
+        for (SampleRecord& s : fixed.samples)
+            if (s.storedSize >= 0) s.flags = static_cast<uint16_t>((s.flags & ~SF_CODING_MASK) | coding);
+        const std::vector<SampleStorage> st = storage(fixed);
+        for (size_t i = 0; i < st.size(); ++i) EXPECT_LE(best[i].data.size(), st[i].data.size()) << coding << " " << i;
+    }
+    Loaded loaded = load(writeQaz(chosen));
+    ASSERT_TRUE(loaded.song) << loaded.error;
+    const SongHeader original = song();
+    for (size_t i = 0; i < original.samples.size(); ++i)
+        for (int c = 0; c < 2 && original.samples[i].storedSize >= 0; ++c)
+            EXPECT_EQ(pcmOf(loaded.song->samples[i], c), pcmOf(original.samples[i], c)) << i;
+}
+
 TEST(Loader, SharedHeaderSamplesCarryTheirSourceIndex) {
     // SF_COMPRESSED with SF_PREDICT stores two more bytes after the record; the records after it
     // must still line up. The data are not Ogg, so they decode as (silent) Layer III.

@@ -13,7 +13,7 @@ namespace deqaz::test {
 
 struct RoundTripOptions {
     std::string qazBinary, deqazBinary;
-    std::string coding = "predict";  // qaz -c: raw, delta, predict, vorbis[:q], mp3[:kbps]
+    std::string coding = "auto";  // qaz -c: auto, raw, delta, predict, vorbis[:q], mp3[:kbps]
     int version = 5;
     double seconds = 20;             // render at most this much of each song with libxmp
     bool schism = true;              // ask Schism Tracker where libxmp's renders differ

@@ -31,7 +31,7 @@ TEST(RoundTrip, LosslessCorpusIsIdenticalOrExplained) {
     RoundTripReasons reasons;
     ASSERT_TRUE(reasons.load(fs::path(DEQAZ_SOURCE_DIR) / "tests/tools/roundtrip_reasons.tsv"));
     TempDir work;
-    const RoundTripOptions options = optionsFor(work, "predict");
+    const RoundTripOptions options = optionsFor(work, "auto");
     const auto files = moduleFiles(DEQAZ_CORPUS);
     ASSERT_GT(files.size(), 400u);
     unsigned identical = 0;
@@ -54,7 +54,7 @@ TEST(RoundTrip, LosslessCorpusIsIdenticalOrExplained) {
 // but for the codec's noise, so quirks of libxmp keyed on the header cancel out).
 TEST(RoundTrip, LossySongsConvertAndStayClose) {
     TempDir work;
-    const RoundTripOptions lossless = optionsFor(work, "predict");
+    const RoundTripOptions lossless = optionsFor(work, "auto");
     for (const std::string& rel : moduleFiles(DEQAZ_CORPUS)) {
         if (rel.rfind("data/m/", 0) != 0 && rel.rfind("data/p/", 0) != 0) continue;
         const RoundTripRow reference = roundTrip(DEQAZ_CORPUS, rel, lossless);

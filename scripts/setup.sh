@@ -15,6 +15,7 @@ packages=(
   util-linux coreutils                  # tests: prlimit (memory limits), env and timeout (running Schism)
   clang libclang-rt-dev                 # scripts/test.sh: the fuzzing build and its smoke run
   schism                                # scripts/roundtrip.sh: Schism Tracker, the round trip's second judge
+  xz-utils zstd bc                      # scripts/sizes.sh: the reference compressors and the arithmetic
 )
 missing=()
 for p in "${packages[@]}"; do

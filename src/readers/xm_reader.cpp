@@ -1,11 +1,13 @@
-// XM reader: a FastTracker 2 Extended Module (version 1.04) into the module model.
+// XM reader: a FastTracker 2 Extended Module (versions 1.02 to 1.04) into the module model.
 //
-// File layout: a 60-byte preamble ("Extended Module: ", song name, 0x1A, tracker name, version),
-// then the song header counted from its own size field at offset 60 (song length, restart,
-// channels, patterns, instruments, flags, speed, tempo, order table); the patterns, each a
-// header of its own length and packed cells; the instruments, each a header of its own length,
-// the 40-byte headers of its samples and then their delta-coded data; finally ModPlug's
-// trailing chunks ("text", "MIDI", "FXnn", "CHFX", ...).
+// File layout (1.04): a 60-byte preamble ("Extended Module: ", song name, 0x1A, tracker name,
+// version), then the song header counted from its own size field at offset 60 (song length,
+// restart, channels, patterns, instruments, flags, speed, tempo, order table); the patterns,
+// each a header of its own length and packed cells; the instruments, each a header of its own
+// length, the 40-byte headers of its samples and then their delta-coded data; finally ModPlug's
+// trailing chunks ("text", "MIDI", "FXnn", "CHFX", ...). Versions 1.02 and 1.03 put the
+// instruments (with their sample headers) before the patterns and the data of every sample
+// after them; 1.02's pattern header holds its row count less one in a byte (8 bytes, not 9).
 //
 // The module holds what the XM writer writes back. Cells become track commands in the order
 // note, instrument, volume column, effect column, so that the effect translation rebuilds both
@@ -28,6 +30,7 @@
 //   header bytes past the 248 the writer writes, the instrument type byte, a MIDI program or
 //   bend range above 255, a sample header size other than 40, loop type 3 (read as ping-pong),
 //   odd byte counts of 16-bit samples, ModPlug's ADPCM coding (written back as plain PCM);
+// - the layout of versions 1.02 and 1.03 (written back as 1.04);
 // - a stereo sample's loop: ModPlug counts it over both channels while the writer counts one
 //   channel's frames, so it is kept as the file gives it only while it lies within one channel;
 // - sample data cut off by the end of the file (the sample is shortened to the data present);
@@ -50,6 +53,7 @@ namespace {
 constexpr size_t XM_PREAMBLE = 60;  // up to and including the version
 constexpr size_t XM_SONG_FIELDS = 20;  // header-size field to the order table
 constexpr uint16_t XM_VERSION = 0x0104;
+constexpr uint16_t XM_OLDEST = 0x0102;  // 1.02 and 1.03: instruments first, sample data last
 constexpr unsigned XM_MAX_ORDERS = 256;
 constexpr unsigned XM_MAX_PATTERNS = 256;
 constexpr unsigned XM_MAX_INSTRUMENTS = 255;  // a sample names its instrument in one byte
@@ -482,9 +486,17 @@ InstrumentRecord emptyInstrument() {
     return ins;
 }
 
-// One instrument with its samples, appended to the song. Returns false when memory runs out; a
-// header that runs past the end of the file sets `ended`.
-bool readInstrument(ByteReader& in, unsigned number, SongHeader& song, ReadWarnings& warnings, bool& ended) {
+// A sample whose data comes after the patterns (versions 1.02 and 1.03).
+struct DeferredData {
+    size_t sample;
+    SampleHeader header;
+};
+
+// One instrument with its samples, appended to the song. Their data follows the sample headers,
+// or, with `deferred`, is read later in the order listed there. Returns false when memory runs
+// out; a header that runs past the end of the file sets `ended`.
+bool readInstrument(ByteReader& in, unsigned number, SongHeader& song, ReadWarnings& warnings, bool& ended,
+                    std::vector<DeferredData>* deferred) {
     const size_t start = in.pos();
     std::array<uint8_t, XM_INSTRUMENT_FULL> h{};
     const uint32_t headerSize = in.has(4) ? rd32le(in.at(start)) : 0;
@@ -565,7 +577,8 @@ bool readInstrument(ByteReader& in, unsigned number, SongHeader& song, ReadWarni
         }
         for (const SampleHeader& sh : headers) {
             song.samples.push_back(sampleRecord(sh, number, warnings));
-            if (!readSampleData(in, sh, song.samples.back(), warnings)) return false;
+            if (deferred) deferred->push_back({song.samples.size() - 1, sh});
+            else if (!readSampleData(in, sh, song.samples.back(), warnings)) return false;
         }
         if (headers.empty()) {  // no sample arrived: the key map names none
             for (auto& e : ins.noteMap) e.sample = 0xFFFF;
@@ -598,11 +611,14 @@ ReadResult readXm(const uint8_t* data, size_t size) {
     ReadWarnings warnings;
 
     const uint16_t version = rd16le(data + 58);
-    if (version != XM_VERSION) {
+    if (version < XM_OLDEST || version > XM_VERSION) {
         char text[80];
-        std::snprintf(text, sizeof text, "XM version %x.%02x is not supported (only 1.04)", version >> 8, version & 0xFF);
+        std::snprintf(text, sizeof text, "XM version %x.%02x is not supported (only 1.02 to 1.04)", version >> 8,
+                      version & 0xFF);
         return fail(text);
     }
+    const bool oldLayout = version < XM_VERSION;
+    if (oldLayout) warnings.add("XM: the layout of versions 1.02 and 1.03 written back as 1.04's");
 
     auto song = std::make_unique<SongHeader>();
     in.seek(17);
@@ -656,28 +672,47 @@ ReadResult readXm(const uint8_t* data, size_t size) {
         song->hasOrders = true;
     }
 
-    // Patterns.
-    PatternBuilder builder(channels);
     size_t pos = XM_PREAMBLE + size_t{headerSize};
     bool ended = pos > size;
     if (ended) warnings.add("XM: the file ends inside its header; the rest is empty");
+
+    // Instruments and their samples; those the file has no room for are empty. The old layout
+    // reads the samples' data after the patterns.
+    std::vector<DeferredData> deferred;
+    auto readInstruments = [&] {
+        in.seek(pos);
+        for (unsigned i = 0; i < instruments; ++i) {
+            if (ended) {
+                song->instruments.push_back(emptyInstrument());
+                continue;
+            }
+            if (!readInstrument(in, i + 1, *song, warnings, ended, oldLayout ? &deferred : nullptr)) return false;
+        }
+        pos = in.pos();
+        return true;
+    };
+    if (oldLayout && !readInstruments()) return fail("Insufficient memory");
+
+    // Patterns; 1.02's header holds the row count less one in a byte.
+    const size_t patternHeader = version == XM_OLDEST ? 8 : 9;
+    PatternBuilder builder(channels);
     const unsigned keptPatterns = std::min<unsigned>(patterns, XM_MAX_PATTERNS);
     for (unsigned p = 0; p < patterns; ++p) {
-        if (ended || size - pos < 9) {
+        if (ended || size - pos < patternHeader) {
             if (!ended) warnings.add("XM: the file ends inside the patterns; the rest are empty");
             ended = true;
             if (p < keptPatterns) builder.beginPattern(64);
             continue;
         }
         const uint32_t length = rd32le(data + pos);
-        unsigned rows = rd16le(data + pos + 5);
-        const uint16_t packed = rd16le(data + pos + 7);
+        unsigned rows = version == XM_OLDEST ? data[pos + 5] + 1u : rd16le(data + pos + 5);
+        const uint16_t packed = rd16le(data + pos + patternHeader - 2);
         if (data[pos + 4] != 0) warnings.add("XM: unknown pattern packing type ignored");
         if (rows > XM_MAX_ROWS) {
             warnings.add("XM: patterns longer than 1024 rows cut");
             rows = XM_MAX_ROWS;
         }
-        const size_t dataAt = pos + std::max<uint32_t>(length, 9);
+        const size_t dataAt = pos + std::max<size_t>(length, patternHeader);
         if (p < keptPatterns) {
             builder.beginPattern(rows);
             if (dataAt < size) readPattern(data + dataAt, std::min<size_t>(packed, size - dataAt), rows, channels, builder, warnings);
@@ -691,15 +726,10 @@ ReadResult readXm(const uint8_t* data, size_t size) {
     }
     if (!builder.finish(*song)) return fail("Insufficient memory");
 
-    // Instruments and their samples; those the file has no room for are empty.
+    if (!oldLayout && !readInstruments()) return fail("Insufficient memory");
     in.seek(pos);
-    for (unsigned i = 0; i < instruments; ++i) {
-        if (ended) {
-            song->instruments.push_back(emptyInstrument());
-            continue;
-        }
-        if (!readInstrument(in, i + 1, *song, warnings, ended)) return fail("Insufficient memory");
-    }
+    for (const DeferredData& d : deferred)
+        if (!readSampleData(in, d.header, song->samples[d.sample], warnings)) return fail("Insufficient memory");
     song->instrumentCount = static_cast<uint16_t>(song->instruments.size());
     song->sampleCount = static_cast<uint16_t>(song->samples.size());
 

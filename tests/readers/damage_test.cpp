@@ -81,7 +81,7 @@ TEST(ReaderDamage, RefusalsSayWhy) {
         {readModule, SH_ORIGIN_IT, 0x20, {0x00, 0xF0}, "order"},  // the order list runs past the end
         {readS3m, SH_ORIGIN_S3M, 44, {'X'}, "SCRM"},
         {readModule, SH_ORIGIN_S3M, 32, {0xF0, 0xFF}, "order"},
-        {readModule, 0, 58, {0x03, 0x01}, "XM version 1.03 is not supported (only 1.04)"},
+        {readModule, 0, 58, {0x01, 0x01}, "XM version 1.01 is not supported (only 1.02 to 1.04)"},
         {readModule, SH_ORIGIN_MOD, 950, {0}, "MOD file has an empty order list"},
         {readModule, SH_ORIGIN_MTM, 3, {0x20}, "unknown module format"},  // not a MultiTracker 1.x file
     };

@@ -140,6 +140,41 @@ TEST(XmReaderCells, DocumentedMovesAndDrops) {
     EXPECT_TRUE(has("notes above key-off"));
 }
 
+// The file in the layout of version 1.03 (instruments and sample headers before the patterns,
+// the sample data after them) or 1.02 (also an 8-byte pattern header holding rows less one).
+Bytes olderLayout(const Bytes& xm, uint16_t version) {
+    const size_t pattern = 336, instrument = pattern + 9 + rd16le(&xm[pattern + 7]), data = instrument + 263 + 40;
+    Bytes b(xm.begin(), xm.begin() + pattern);
+    wr16le(&b[58], version);
+    b.insert(b.end(), xm.begin() + instrument, xm.begin() + data);
+    Bytes header(xm.begin() + pattern, xm.begin() + pattern + 9);
+    if (version == 0x0102) header = {8, 0, 0, 0, 0, uint8_t(rd16le(&header[5]) - 1), header[7], header[8]};
+    b.insert(b.end(), header.begin(), header.end());
+    b.insert(b.end(), xm.begin() + pattern + 9, xm.begin() + instrument);
+    b.insert(b.end(), xm.begin() + data, xm.end());
+    return b;
+}
+
+TEST(XmReaderRecords, OlderLayoutsReadAsTheSameModule) {
+    const Bytes file = buildXm({{49, 1, 0x40, 0x0F, 3}, {50, 0, 0, 0, 0}, {}, {0, 0, 0x20, 0, 0}});
+    const ReadResult current = readOk(file);
+    test::XmpModule xmpCurrent, xmpOld;
+    ASSERT_EQ(xmpCurrent.load(file), 0);
+    for (uint16_t version : {0x0102, 0x0103}) {
+        const Bytes old = olderLayout(file, version);
+        ASSERT_EQ(xmpOld.load(old), 0);  // libxmp reads the layout the same way
+        EXPECT_TRUE(test::xmpDifferences(xmpCurrent, xmpOld).empty()) << version;
+        const ReadResult r = readOk(old);
+        EXPECT_EQ(test::fixpointDifference(*current.song, *r.song), "") << version;
+        EXPECT_EQ(r.warnings.size(), current.warnings.size() + 1) << version;  // the layout written back as 1.04's
+        for (size_t n = 0; n < old.size(); ++n) {  // cut anywhere: read (saying so) or refused
+            const Bytes cut(old.begin(), old.begin() + static_cast<std::ptrdiff_t>(n));
+            const ReadResult c = readXm(cut.data(), n);
+            EXPECT_TRUE(c.song ? c.warnings.size() > r.warnings.size() : !c.error.empty()) << version << " " << n;
+        }
+    }
+}
+
 TEST(XmReaderRecords, TrailingChunksComeBack) {
     Bytes trailer;
     auto chunk = [&](const char* id, const Bytes& data) {

@@ -18,10 +18,19 @@
 // Tracker's FA04/FA06/FA08 (whose patterns start 4 bytes later). A "M.K." file whose size fits
 // 8 channels exactly and 4 channels not at all is Mod's Grave's 8-channel layout.
 //
+// Soundtracker 2.6 and Ice Tracker ("MTN\0" or "IT10" at 1464) keep the 31 slots but store
+// reusable 64-row tracks instead of patterns: after the slots come the song length, the track
+// count and a 128 x 4 table naming the track each channel plays at each song position, the mark,
+// the tracks from 1468 and then the sample data. They are read as players read them: position i
+// plays pattern i, made of its four tracks, and finetunes are ignored.
+//
 // What does not survive a round trip (each is reported as a warning): the signature (the writer
 // chooses it from the channel count, "N.T." for a 15-sample module), finetune bits above the
 // low nibble, a restart byte of 0 (written as 127), orders past the song length and the
-// patterns only they name, periods off the formula, sample data past the end of the file.
+// patterns only they name, periods off the formula, sample data past the end of the file; of
+// Soundtracker 2.6 and Ice Tracker modules, the track layout (written as a 4-channel MOD),
+// speed commands with both nibbles set (Ice Tracker's alternating speeds) and samples of 4
+// bytes or less, which players do not load.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -189,6 +198,121 @@ size_t readModAdpcm(const uint8_t* p, size_t avail, SampleRecord& s, bool& cut) 
 
 }  // namespace
 
+// The commands of one 4-byte cell: the period as a note, the instrument, effect 0-F as commands
+// 3-18.
+void decodeCell(const uint8_t* cell, TrackRow& row) {
+    const unsigned period = ((cell[0] & 0x0F) << 8) | cell[1];
+    const uint8_t instrument = static_cast<uint8_t>((cell[0] & 0xF0) | (cell[2] >> 4));
+    const uint8_t effect = cell[2] & 0x0F;
+    const uint8_t param = cell[3];
+    if (period) row.push_back({CMD_NOTE, static_cast<uint8_t>(noteOfPeriod(period) - 1)});
+    if (instrument) row.push_back({CMD_INSTRUMENT, static_cast<uint8_t>(instrument - 1)});
+    if (effect || param) row.push_back({static_cast<uint8_t>(effect + 3), param});
+}
+
+// The samples of the slots: signed 8-bit data (or ModPlug's ADPCM packing), one after the other
+// from `pos`. Data cut off by the end of the file is silence: the slot's length and loop stay as
+// the file gives them (a length is at most 128 KiB). False when memory runs out.
+bool readSamples(const uint8_t* data, size_t size, size_t pos, const std::array<Slot, 31>& slots, unsigned count,
+                 SongHeader& song, ReadWarnings& warnings) {
+    song.samples.resize(count);
+    bool cut = false;
+    for (unsigned i = 0; i < count; ++i) {
+        const Slot& slot = slots[i];
+        SampleRecord& s = song.samples[i];
+        s.name = slot.name;
+        if (slot.finetune > 15) warnings.add("MOD: finetune bits above the low nibble dropped");
+        s.frequency = static_cast<uint8_t>(((slot.finetune & 0x0F) << 4) ^ 0x80);
+        s.volume = slot.volume;
+        s.pan = -1;
+        s.length = slot.lengthWords * 2;
+        s.loopStart = slot.loopStartWords * 2;
+        s.loopEnd = s.loopStart + slot.loopLengthWords * 2;
+        if (slot.loopLengthWords > 1) s.flags |= SF_LOOP;
+        if (s.length && !s.pcm[0].allocZeroed(s.length)) return false;
+        if (s.length && pos + ADPCM_HEADER <= size && std::memcmp(data + pos, "ADPCM", 5) == 0) {
+            pos += readModAdpcm(data + pos, size - pos, s, cut);
+        } else {
+            const size_t have = pos < size ? std::min<size_t>(s.length, size - pos) : 0;
+            if (have < s.length) cut = true;
+            for (size_t k = 0; k < have; ++k) s.pcm[0][k] = static_cast<int16_t>(static_cast<uint16_t>(data[pos + k]) << 8);
+            pos += have;
+        }
+        if (fitLoops(s)) warnings.add("MOD: loop ends past the end of the sample cut");
+    }
+    if (cut) warnings.add("MOD: sample data cut short by the end of the file; the rest is silence");
+    if (pos < size) warnings.add("MOD: " + std::to_string(size - pos) + " bytes after the sample data ignored");
+    song.sampleCount = static_cast<uint16_t>(count);
+    return true;
+}
+
+// A song of `channels` channels with the Amiga's defaults: speed 6, tempo 125, pans L R R L.
+std::unique_ptr<SongHeader> amigaSong(const uint8_t* data, unsigned channels) {
+    auto song = std::make_unique<SongHeader>();
+    song->name = std::string(reinterpret_cast<const char*>(data), ::strnlen(reinterpret_cast<const char*>(data), 20));
+    song->flags = SH_ORIGIN_MOD;
+    song->channels = static_cast<uint8_t>(channels);
+    song->initialSpeed = 6;
+    song->initialTempo = 125;
+    song->globalVolume = 64;
+    song->channelVolume.fill(64);
+    for (unsigned c = 0; c < 64; ++c) song->channelPan[c] = ((c & 3) == 0 || (c & 3) == 3) ? 0 : 255;
+    return song;
+}
+
+constexpr size_t ICE_TRACKS_AT = 1468;
+
+// Soundtracker 2.6 and Ice Tracker: position i plays pattern i, the four tracks its table row
+// names.
+ReadResult readIce(const uint8_t* data, size_t size) {
+    ReadWarnings warnings;
+    warnings.add("MOD: Soundtracker 2.6 / Ice Tracker tracks written back as a 4-channel MOD");
+    ByteReader in(data, size);
+    std::array<Slot, 31> slots;
+    in.seek(20);
+    for (Slot& slot : slots) slot = readSlot(in);
+    const unsigned length = data[950], tracks = data[951];
+    const uint8_t* table = data + 952;
+    if (length == 0 || length > MOD_ORDERS) return fail("ICE Tracker module has no song positions or more than 128");
+    if (std::any_of(table, table + length * 4, [&](uint8_t t) { return t >= tracks; }))
+        return fail("ICE Tracker module names a track it does not hold");
+    if (ICE_TRACKS_AT + size_t{tracks} * MOD_ROWS * 4 > size) return fail("ICE Tracker module ends inside its tracks");
+
+    auto song = amigaSong(data, 4);
+    std::array<uint8_t, MOD_ORDERS> orders;
+    for (unsigned i = 0; i < MOD_ORDERS; ++i) orders[i] = static_cast<uint8_t>(i);
+    if (!song->orders.dupBuffer(orders.data(), length)) return fail("Insufficient memory");
+    song->orderCount = static_cast<uint16_t>(length);
+    song->hasOrders = true;
+    PatternBuilder builder(4);
+    bool swing = false;
+    for (unsigned p = 0; p < length; ++p) {
+        builder.beginPattern(MOD_ROWS);
+        for (unsigned c = 0; c < 4; ++c)
+            for (unsigned r = 0; r < MOD_ROWS; ++r) {
+                const uint8_t* cell = data + ICE_TRACKS_AT + (size_t{table[p * 4 + c]} * MOD_ROWS + r) * 4;
+                swing |= (cell[2] & 0x0F) == 0x0F && (cell[3] >> 4) && (cell[3] & 0x0F);
+                decodeCell(cell, builder.cell(r, c));
+            }
+    }
+    if (swing) warnings.add("MOD: Ice Tracker's alternating speeds (F with both nibbles) read as plain F commands");
+    if (!builder.finish(*song)) return fail("Insufficient memory");
+
+    // Players ignore the finetunes and do not load samples of 4 bytes or less.
+    bool tiny = false;
+    for (Slot& slot : slots) {
+        slot.finetune = 0;
+        if (slot.lengthWords > 0 && slot.lengthWords <= 2) slot.lengthWords = 0, tiny = true;
+    }
+    if (tiny) warnings.add("MOD: samples of 4 bytes or less dropped, as players do");
+    if (!readSamples(data, size, ICE_TRACKS_AT + size_t{tracks} * MOD_ROWS * 4, slots, 31, *song, warnings))
+        return fail("Insufficient memory");
+    ReadResult result;
+    warnings.moveTo(result);
+    result.song = std::move(song);
+    return result;
+}
+
 ReadResult readMod(const uint8_t* data, size_t size) {
     ReadWarnings warnings;
     Layout layout;
@@ -197,8 +321,8 @@ ReadResult readMod(const uint8_t* data, size_t size) {
 
     const bool signed31 = size >= 1084 && signatureLayout(data + SIGNATURE_AT, layout);
     if (!signed31) {
-        if (size >= 1468 && (std::memcmp(data + 1464, "MTN", 4) == 0 || std::memcmp(data + 1464, "IT10", 4) == 0))
-            return fail("ICE Tracker modules are not supported");
+        if (size >= ICE_TRACKS_AT && (std::memcmp(data + 1464, "MTN", 4) == 0 || std::memcmp(data + 1464, "IT10", 4) == 0))
+            return readIce(data, size);
         in.seek(20);
         for (unsigned i = 0; i < 15; ++i) slots[i] = readSlot(in);
         if (!plausibleSoundtracker(data, size, slots)) return fail("not a MOD file: no known signature and not a 15-sample module");
@@ -252,15 +376,7 @@ ReadResult readMod(const uint8_t* data, size_t size) {
     if (layout.headerSize + uint64_t{patterns} * patternSize > size) return fail("MOD file ends inside its patterns");
     if (stored > patterns) warnings.add("MOD: patterns named only past the song length dropped");
 
-    auto song = std::make_unique<SongHeader>();
-    song->name = std::string(reinterpret_cast<const char*>(data), ::strnlen(reinterpret_cast<const char*>(data), 20));
-    song->flags = SH_ORIGIN_MOD;
-    song->channels = static_cast<uint8_t>(channels);
-    song->initialSpeed = 6;
-    song->initialTempo = 125;
-    song->globalVolume = 64;
-    song->channelVolume.fill(64);
-    for (unsigned c = 0; c < 64; ++c) song->channelPan[c] = ((c & 3) == 0 || (c & 3) == 3) ? 0 : 255;  // Amiga L R R L
+    auto song = amigaSong(data, channels);
     song->restartPos = restart == 0x7F ? 0 : restart;
     if (restart == 0) warnings.add("MOD: restart byte 0 written back as 127");
     if (!song->orders.dupBuffer(orders.data(), songLength)) return fail("Insufficient memory");
@@ -278,52 +394,16 @@ ReadResult readMod(const uint8_t* data, size_t size) {
             for (unsigned c = 0; c < channels; ++c) {
                 const uint8_t* cell = layout.flt8 ? base + (c / 4) * (MOD_ROWS * 16) + r * 16 + (c % 4) * 4
                                                   : base + r * rowBytes + c * 4;
-                const unsigned period = ((cell[0] & 0x0F) << 8) | cell[1];
-                const uint8_t instrument = static_cast<uint8_t>((cell[0] & 0xF0) | (cell[2] >> 4));
-                const uint8_t effect = cell[2] & 0x0F;
-                const uint8_t param = cell[3];
-                TrackRow& row = builder.cell(r, c);
-                if (period) row.push_back({CMD_NOTE, static_cast<uint8_t>(noteOfPeriod(period) - 1)});
-                if (instrument) row.push_back({CMD_INSTRUMENT, static_cast<uint8_t>(instrument - 1)});
-                if (effect || param) row.push_back({static_cast<uint8_t>(effect + 3), param});  // 0-F: commands 3-18
+                decodeCell(cell, builder.cell(r, c));
             }
         }
     }
     if (!builder.finish(*song)) return fail("Insufficient memory");
 
-    // Samples: signed 8-bit data, one after the other after the last stored pattern.
+    // Samples: after the last stored pattern.
     size_t pos = layout.headerSize + size_t{stored} * patternSize;
     if (pos > size) pos = layout.headerSize + size_t{patterns} * patternSize;
-    song->samples.resize(layout.samples);
-    bool cut = false;
-    for (unsigned i = 0; i < layout.samples; ++i) {
-        const Slot& slot = slots[i];
-        SampleRecord& s = song->samples[i];
-        s.name = slot.name;
-        if (slot.finetune > 15) warnings.add("MOD: finetune bits above the low nibble dropped");
-        s.frequency = static_cast<uint8_t>(((slot.finetune & 0x0F) << 4) ^ 0x80);
-        s.volume = slot.volume;
-        s.pan = -1;
-        s.length = slot.lengthWords * 2;
-        s.loopStart = slot.loopStartWords * 2;
-        s.loopEnd = s.loopStart + slot.loopLengthWords * 2;
-        if (slot.loopLengthWords > 1) s.flags |= SF_LOOP;
-        if (s.length && !s.pcm[0].allocZeroed(s.length)) return fail("Insufficient memory");
-        // Data cut off by the end of the file is silence: the slot's length and loop stay as
-        // the file gives them (a length is at most 128 KiB).
-        if (s.length && pos + ADPCM_HEADER <= size && std::memcmp(data + pos, "ADPCM", 5) == 0) {
-            pos += readModAdpcm(data + pos, size - pos, s, cut);
-        } else {
-            const size_t have = pos < size ? std::min<size_t>(s.length, size - pos) : 0;
-            if (have < s.length) cut = true;
-            for (size_t k = 0; k < have; ++k) s.pcm[0][k] = static_cast<int16_t>(static_cast<uint16_t>(data[pos + k]) << 8);
-            pos += have;
-        }
-        if (fitLoops(s)) warnings.add("MOD: loop ends past the end of the sample cut");
-    }
-    if (cut) warnings.add("MOD: sample data cut short by the end of the file; the rest is silence");
-    if (pos < size) warnings.add("MOD: " + std::to_string(size - pos) + " bytes after the sample data ignored");
-    song->sampleCount = static_cast<uint16_t>(layout.samples);
+    if (!readSamples(data, size, pos, slots, layout.samples, *song, warnings)) return fail("Insufficient memory");
 
     ReadResult result;
     warnings.moveTo(result);

@@ -177,6 +177,37 @@ TEST(ModReaderLayout, FifteenSampleModules) {
     EXPECT_EQ(readModule(noise.data(), noise.size()).error, "packed with Pack-Ice, not a module: unpack it first");
 }
 
+// Soundtracker 2.6 / Ice Tracker: reusable tracks, four named for each song position.
+TEST(ModReaderLayout, IceTrackerPositionsPlayTheirTracks) {
+    Bytes ice(1468 + 3 * 256, 0);
+    std::memcpy(ice.data(), "ice", 3);
+    ice[950] = 2, ice[951] = 3;  // two positions, three tracks
+    const uint8_t table[8] = {0, 1, 2, 0, 2, 2, 1, 0};
+    std::copy(std::begin(table), std::end(table), ice.begin() + 952);
+    std::memcpy(&ice[1464], "IT10", 4);
+    const uint8_t cells[2][4] = {{0x01, 0xAC, 0x1C, 0x20}, {0x00, 0xD6, 0x2F, 0x34}};  // 428 ins 1 C20; 214 ins 2 F34
+    std::copy(cells[0], cells[0] + 4, ice.begin() + 1468 + 256 + 3 * 4);       // track 1, row 3
+    std::copy(cells[1], cells[1] + 4, ice.begin() + 1468 + 2 * 256 + 63 * 4);  // track 2, row 63
+    wr16be(&ice[20 + 22], 2), ice[20 + 24] = 5, ice[20 + 25] = 48;             // slot 0: 4 bytes, finetune 5
+    wr16be(&ice[50 + 22], 3);                                                  // slot 1: 6 bytes
+    ice.insert(ice.end(), {1, 2, 3, 4, 5, 6});
+    ReadResult r = readOk(ice);
+    const SongHeader& s = *r.song;
+    EXPECT_EQ(std::vector<uint8_t>(s.orders.begin(), s.orders.end()), (std::vector<uint8_t>{0, 1}));
+    EXPECT_EQ(test::cellCommands(s, 0, 3, 1), (std::vector<TrackCommand>{{CMD_NOTE, 48}, {CMD_INSTRUMENT, 0}, {15, 0x20}}));
+    EXPECT_EQ(test::cellCommands(s, 1, 63, 0), (std::vector<TrackCommand>{{CMD_NOTE, 60}, {CMD_INSTRUMENT, 1}, {18, 0x34}}));
+    EXPECT_EQ(test::cellCommands(s, 1, 63, 1), test::cellCommands(s, 0, 63, 2));
+    EXPECT_TRUE(test::cellCommands(s, 1, 3, 3).empty());
+    EXPECT_EQ(s.samples[0].length, 0u);  // 4 bytes: players do not load it
+    EXPECT_EQ(test::pcmOf(s.samples[1]), (std::vector<int16_t>{256, 512, 768, 1024, 1280, 1536}));
+    EXPECT_EQ(s.samples[1].frequency & 0xFF, 0x80u);
+    EXPECT_EQ(r.warnings.size(), 3u);  // the layout, F34's alternating speeds, the 4-byte sample
+    ice[953] = 3;  // a track past the count
+    EXPECT_EQ(readMod(ice.data(), ice.size()).error, "ICE Tracker module names a track it does not hold");
+    ice[953] = 1;
+    EXPECT_EQ(readMod(ice.data(), 1468 + 3 * 256 - 1).error, "ICE Tracker module ends inside its tracks");
+}
+
 TEST(ModReaderLayout, DetectionPicksTheReader) {
     ModImage mod("M.K.", 4, 1);
     std::memcpy(mod.b.data(), "Ice! Ice!", 9);  // a song name, not the packer's mark

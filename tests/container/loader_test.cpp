@@ -281,6 +281,10 @@ TEST(Loader, AutoCodingStoresEachSampleSmallestAndRepeatsOnce) {
     SongHeader chosen = song();
     chooseSmallestLossless(chosen);
     EXPECT_EQ(chosen.samples.back().storedSize, -1);
+    SongHeader lossy = makeSong(0, 1);
+    addSample(lossy, SF_COMPRESSED | SF_16BIT, 100);
+    chooseSmallestLossless(lossy);
+    EXPECT_EQ(lossy.samples[0].flags, SF_COMPRESSED | SF_16BIT);  // a lossy stream is not recoded
     const std::vector<SampleStorage> best = storage(chosen);
     for (uint16_t coding : {uint16_t{0}, SF_DELTA, SF_PREDICT}) {
         SongHeader fixed = song();

@@ -135,6 +135,8 @@ TEST(ModReaderLayout, SlotsOrdersAndPatternCount) {
     EXPECT_EQ(s.patternCount, 2);
     EXPECT_EQ(s.orderCount, 2);
     EXPECT_EQ(s.restartPos, 5);
+    EXPECT_EQ((std::array<int, 5>{s.channelPan[0], s.channelPan[1], s.channelPan[2], s.channelPan[3], s.channelPan[4]}),
+              (std::array<int, 5>{0, 255, 255, 0, 0}));  // the Amiga's L R R L
     EXPECT_EQ(s.samples.size(), 31u);
     EXPECT_EQ(s.samples[0].frequency & 0xFF, 0x80u);  // finetune 0
     EXPECT_EQ(s.samples[8].frequency & 0xFF, 0x00u);  // -8
@@ -185,7 +187,7 @@ TEST(ModReaderLayout, IceTrackerPositionsPlayTheirTracks) {
     const uint8_t table[8] = {0, 1, 2, 0, 2, 2, 1, 0};
     std::copy(std::begin(table), std::end(table), ice.begin() + 952);
     std::memcpy(&ice[1464], "IT10", 4);
-    const uint8_t cells[2][4] = {{0x01, 0xAC, 0x1C, 0x20}, {0x00, 0xD6, 0x2F, 0x34}};  // 428 ins 1 C20; 214 ins 2 F34
+    const uint8_t cells[2][4] = {{0x01, 0xAC, 0x1C, 0x21}, {0x00, 0xD6, 0x2F, 0x34}};  // 428 ins 1 C21; 214 ins 2 F34
     std::copy(cells[0], cells[0] + 4, ice.begin() + 1468 + 256 + 3 * 4);       // track 1, row 3
     std::copy(cells[1], cells[1] + 4, ice.begin() + 1468 + 2 * 256 + 63 * 4);  // track 2, row 63
     wr16be(&ice[20 + 22], 2), ice[20 + 24] = 5, ice[20 + 25] = 48;             // slot 0: 4 bytes, finetune 5
@@ -194,7 +196,7 @@ TEST(ModReaderLayout, IceTrackerPositionsPlayTheirTracks) {
     ReadResult r = readOk(ice);
     const SongHeader& s = *r.song;
     EXPECT_EQ(std::vector<uint8_t>(s.orders.begin(), s.orders.end()), (std::vector<uint8_t>{0, 1}));
-    EXPECT_EQ(test::cellCommands(s, 0, 3, 1), (std::vector<TrackCommand>{{CMD_NOTE, 48}, {CMD_INSTRUMENT, 0}, {15, 0x20}}));
+    EXPECT_EQ(test::cellCommands(s, 0, 3, 1), (std::vector<TrackCommand>{{CMD_NOTE, 48}, {CMD_INSTRUMENT, 0}, {15, 0x21}}));
     EXPECT_EQ(test::cellCommands(s, 1, 63, 0), (std::vector<TrackCommand>{{CMD_NOTE, 60}, {CMD_INSTRUMENT, 1}, {18, 0x34}}));
     EXPECT_EQ(test::cellCommands(s, 1, 63, 1), test::cellCommands(s, 0, 63, 2));
     EXPECT_TRUE(test::cellCommands(s, 1, 3, 3).empty());
@@ -202,6 +204,8 @@ TEST(ModReaderLayout, IceTrackerPositionsPlayTheirTracks) {
     EXPECT_EQ(test::pcmOf(s.samples[1]), (std::vector<int16_t>{256, 512, 768, 1024, 1280, 1536}));
     EXPECT_EQ(s.samples[1].frequency & 0xFF, 0x80u);
     EXPECT_EQ(r.warnings.size(), 3u);  // the layout, F34's alternating speeds, the 4-byte sample
+    ice[1468 + 2 * 256 + 63 * 4 + 3] = 0x30;  // F30: one speed
+    EXPECT_EQ(readMod(ice.data(), ice.size()).warnings.size(), 2u);
     ice[953] = 3;  // a track past the count
     EXPECT_EQ(readMod(ice.data(), ice.size()).error, "ICE Tracker module names a track it does not hold");
     ice[953] = 1;

@@ -1,9 +1,8 @@
-// Container header parsing and the body unpacker: the worked streams, gamma codes, length
-// bonuses, early stops and every malformed-stream path (run under ASan, buffers are exact-size).
+// The container header and the body unpacker: the worked streams, gamma codes, length bonuses,
+// early stops and malformed streams (run under ASan: every buffer is an exact-size heap block).
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -29,12 +28,11 @@ public:
         if (b) out[control] |= static_cast<uint8_t>(0x80 >> used);
         ++used;
     }
-    void byte(uint8_t b) { out.push_back(b); }
-    void literal(uint8_t b) { bit(0), byte(b); }
+    void literal(uint8_t b) { bit(0), out.push_back(b); }
     void match(uint32_t code, unsigned n) {  // n in 1..3
         bit(1);
         gamma((code >> 8) + 3);
-        byte(static_cast<uint8_t>(code));
+        out.push_back(static_cast<uint8_t>(code));
         bit(n >> 1), bit(n & 1);
     }
     void gamma(uint32_t v) {
@@ -54,7 +52,6 @@ struct Unpacked {
     UnpackResult result;
 };
 
-// Unpacks from an exact-size copy of `packed` so any read past its end trips ASan.
 Unpacked unpack(const Bytes& packed, uint32_t bodySize, uint8_t fill = 0xEE) {
     Bytes exact(packed);
     Unpacked u;
@@ -63,7 +60,7 @@ Unpacked unpack(const Bytes& packed, uint32_t bodySize, uint8_t fill = 0xEE) {
     return u;
 }
 
-std::string text(const Bytes& b) { return std::string(b.begin(), b.end()); }
+Bytes bytes(const std::string& s) { return Bytes(s.begin(), s.end()); }
 
 TEST(ContainerHeader, ParsesBothLayoutsAndRejectsBadOnes) {
     const auto fields = [](const ContainerHeader& h) {
@@ -76,206 +73,142 @@ TEST(ContainerHeader, ParsesBothLayoutsAndRejectsBadOnes) {
     EXPECT_EQ(fields(h), (std::vector<uint32_t>{5, 0x12345678u, 0x2010u, 12}));
     ASSERT_TRUE(parseContainerHeader(v0.data(), v0.size(), h));
     EXPECT_EQ(fields(h), (std::vector<uint32_t>{0, 0x201u, 0, 8}));
-
     EXPECT_FALSE(parseContainerHeader(v5.data(), 11, h));  // version 5 needs 12 bytes
     EXPECT_FALSE(parseContainerHeader(v0.data(), 7, h));
-    const Bytes v6 = {'Q', 'A', 'Z', 6, 0, 0, 0, 0, 0, 0, 0, 0};
-    EXPECT_FALSE(parseContainerHeader(v6.data(), v6.size(), h));
-    const Bytes magic = {'Q', 'A', 'X', 5, 0, 0, 0, 0, 0, 0, 0, 0};
-    EXPECT_FALSE(parseContainerHeader(magic.data(), magic.size(), h));
+    for (const Bytes& bad : {Bytes{'Q', 'A', 'Z', 6, 0, 0, 0, 0, 0, 0, 0, 0}, Bytes{'Q', 'A', 'X', 5, 0, 0, 0, 0, 0, 0, 0, 0}})
+        EXPECT_FALSE(parseContainerHeader(bad.data(), bad.size(), h));
     EXPECT_FALSE(parseContainerHeader(nullptr, 12, h));
 }
 
-TEST(ReadGamma, Overflow) {
-    // An endless run of 1 bits would grow past 32 bits: stops, marked, within the data.
-    const Bytes ones(40, 0xFF);
-    BitReader o{ones.data(), ones.data() + ones.size()};
-    readGamma(o);
-    EXPECT_TRUE(o.overrun);
-    EXPECT_LE(o.next, ones.data() + ones.size());
-    EXPECT_LT(o.next - ones.data(), 10);  // 32 digits take 64 bits: 8 or 9 control bytes
-
-    // The largest value that fits still reads correctly: 31 digits of 1 after the leading 1.
+TEST(ReadGamma, LargestValueAndOverflow) {
     StreamBuilder b(0);
     b.gamma(0xFFFFFFFFu);
     BitReader m{b.out.data() + 1, b.out.data() + b.out.size()};
     EXPECT_EQ(readGamma(m), 0xFFFFFFFFu);
     EXPECT_FALSE(m.overrun);
+    // An endless run of 1 bits would grow past 32 bits: it stops, marked, within the data.
+    const Bytes ones(40, 0xFF);
+    BitReader o{ones.data(), ones.data() + ones.size()};
+    readGamma(o);
+    EXPECT_TRUE(o.overrun);
+    EXPECT_LT(o.next - ones.data(), 10);  // 32 digits take 64 bits: 8 or 9 control bytes
 }
 
-TEST(UnpackBody, WorkedStreams) {
-    Unpacked a = unpack({0x41, 0x62, 0x42, 0x01}, 8);
-    EXPECT_TRUE(a.result.ok);
-    EXPECT_EQ(a.result.consumed, 4u);
-    EXPECT_EQ(text(a.body), "ABABABAB");
-
-    Unpacked b = unpack({0x41, 0x36, 0x42, 0x43, 0x02, 0x78, 0x90}, 10);
-    EXPECT_TRUE(b.result.ok);
-    EXPECT_EQ(b.result.consumed, 7u);
-    EXPECT_EQ(text(b.body), "ABCABCAxCA");
-
-    // Bytes after the end of the stream are never taken.
-    Unpacked c = unpack({0x41, 0x62, 0x42, 0x01, 0x99, 0x99}, 8);
-    EXPECT_EQ(c.result.consumed, 4u);
-    EXPECT_EQ(text(c.body), "ABABABAB");
-}
-
-TEST(UnpackBody, BodyOfOneByteTakesNoControlByte) {
-    Unpacked a = unpack({0x5A}, 1);
-    EXPECT_TRUE(a.result.ok);
-    EXPECT_EQ(a.result.consumed, 1u);
-    EXPECT_EQ(a.body, Bytes{0x5A});
-    Unpacked b = unpack({0x5A, 0xFF, 0xFF}, 1);
-    EXPECT_EQ(b.result.consumed, 1u);
-
+// The worked streams, a stream with trailing bytes, and one with every form of code: each unpacks
+// whole; with less room it stops cleanly before the match that does not fit; cut anywhere it
+// fails, within the bytes it had, writing nothing the whole stream would not.
+TEST(UnpackBody, WorkedStreamsRoomAndEveryCut) {
+    std::mt19937 rng(77);
+    Bytes varied;
+    while (varied.size() < 3000) {
+        if (varied.size() > 64 && rng() % 2) {
+            const size_t from = varied.size() - 1 - rng() % 64, len = 1 + rng() % 40;
+            for (size_t i = 0; i < len; ++i) varied.push_back(varied[from + i]);
+        } else {
+            varied.push_back(static_cast<uint8_t>(rng() % 5 ? rng() % 16 : 0xEE));
+        }
+    }
+    struct Case {
+        Bytes packed, body;
+        size_t consumed;
+        uint32_t room;       // a smaller body: decoding stops before the match that overflows it
+        size_t keptInRoom;   // body bytes written then
+    };
+    const Case cases[] = {
+        {{0x41, 0x62, 0x42, 0x01}, bytes("ABABABAB"), 4, 7, 2},
+        {{0x41, 0x62, 0x42, 0x01, 0x99, 0x99}, bytes("ABABABAB"), 4, 0, 0},
+        {{0x41, 0x36, 0x42, 0x43, 0x02, 0x78, 0x90}, bytes("ABCABCAxCA"), 7, 9, 8},  // a reused distance
+        {{0x5A, 0xFF}, {0x5A}, 1, 0, 0},  // a body of one byte takes no control byte
+        {packBody(varied.data(), varied.size()), varied, 0, 0, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.body.size());
+        const size_t streamEnd = c.consumed ? c.consumed : c.packed.size();
+        Unpacked u = unpack(c.packed, static_cast<uint32_t>(c.body.size()));
+        EXPECT_TRUE(u.result.ok);
+        EXPECT_EQ(u.result.consumed, streamEnd);
+        EXPECT_EQ(u.body, c.body);
+        if (c.room) {
+            Unpacked s = unpack(c.packed, c.room);
+            EXPECT_TRUE(s.result.ok);
+            EXPECT_TRUE(std::equal(s.body.begin(), s.body.begin() + static_cast<long>(c.keptInRoom), c.body.begin()));
+            EXPECT_TRUE(std::all_of(s.body.begin() + static_cast<long>(c.keptInRoom), s.body.end(), [](uint8_t b) { return b == 0xEE; }));
+        }
+        for (size_t cut = 0; cut < streamEnd; ++cut) {
+            Unpacked p = unpack(Bytes(c.packed.begin(), c.packed.begin() + static_cast<long>(cut)), static_cast<uint32_t>(c.body.size()));
+            ASSERT_FALSE(p.result.ok) << cut;
+            ASSERT_LE(p.result.consumed, cut);
+            size_t same = 0;
+            while (same < c.body.size() && p.body[same] == c.body[same]) ++same;
+            for (size_t i = same; i < c.body.size(); ++i) ASSERT_EQ(p.body[i], 0xEE) << "stray write at " << i << " cut " << cut;
+        }
+    }
     // An empty body is the caller's to avoid: nothing is read or written.
     uint8_t sentinel = 0x11;
     const uint8_t packed = 0x22;
-    const UnpackResult r = unpackBody(&packed, 1, &sentinel, 0);
-    EXPECT_EQ(r.consumed, 0u);
+    EXPECT_EQ(unpackBody(&packed, 1, &sentinel, 0).consumed, 0u);
     EXPECT_EQ(sentinel, 0x11);
 }
 
-// A body of `prefix` literal bytes (a pattern with no accidental structure needed) followed by a
-// match with distance code `code` and n = 1, then one marker literal.
-struct BonusCase {
-    Bytes packed;
-    Bytes expected;  // the whole body the stream describes
-    uint32_t matchStart;
-    size_t matchEnd;  // packed bytes up to and including the match
-};
-
-BonusCase bonusCase(uint32_t code, uint32_t bonus) {
-    BonusCase c;
-    const uint32_t prefix = code + 1 + 7;
-    for (uint32_t i = 0; i < prefix; ++i) c.expected.push_back(static_cast<uint8_t>(i * 37 + (i >> 8) * 11));
-    StreamBuilder b(c.expected[0]);
-    for (uint32_t i = 1; i < prefix; ++i) b.literal(c.expected[i]);
-    b.match(code, 1);
-    c.matchEnd = b.out.size();
-    b.literal(0xEE ^ 0x5A);
-    c.matchStart = prefix;
-    for (uint32_t i = 0; i < 1 + bonus; ++i) c.expected.push_back(c.expected[prefix + i - (code + 1)]);
-    c.expected.push_back(0xEE ^ 0x5A);
-    c.packed = b.out;
-    return c;
-}
-
+// A match with distance code `code` after enough distinct literals copies 1 + bonus bytes; one
+// byte less room than that stops before it, counting its distance byte as consumed.
 TEST(UnpackBody, LengthBonusGrowsAtCodes1280And32000) {
     for (auto [code, bonus] : {std::pair<uint32_t, uint32_t>{0, 1}, {1279, 1}, {1280, 2}, {31999, 2}, {32000, 3}}) {
         SCOPED_TRACE(code);
-        const BonusCase c = bonusCase(code, bonus);
-        Unpacked u = unpack(c.packed, static_cast<uint32_t>(c.expected.size()));
-        EXPECT_TRUE(u.result.ok);
-        EXPECT_EQ(u.result.consumed, c.packed.size());
-        EXPECT_EQ(u.body, c.expected);
+        const uint32_t prefix = code + 8;
+        Bytes expected;
+        for (uint32_t i = 0; i < prefix; ++i) expected.push_back(static_cast<uint8_t>(i * 37 + (i >> 8) * 11));
+        StreamBuilder b(expected[0]);
+        for (uint32_t i = 1; i < prefix; ++i) b.literal(expected[i]);
+        b.match(code, 1);
+        const size_t matchEnd = b.out.size();
+        b.literal(0x42);
+        for (uint32_t i = 0; i < 1 + bonus; ++i) expected.push_back(expected[prefix + i - (code + 1)]);
+        expected.push_back(0x42);
 
-        // One byte less room than the match needs: decoding stops before it, keeping what came
-        // before, leaving the rest, and counting the match's distance byte as consumed.
-        const uint32_t shortSize = c.matchStart + bonus;
-        Unpacked s = unpack(c.packed, shortSize);
+        Unpacked u = unpack(b.out, static_cast<uint32_t>(expected.size()));
+        EXPECT_TRUE(u.result.ok);
+        EXPECT_EQ(u.result.consumed, b.out.size());
+        EXPECT_EQ(u.body, expected);
+        Unpacked s = unpack(b.out, prefix + bonus);
         EXPECT_TRUE(s.result.ok);
-        EXPECT_EQ(s.result.consumed, c.matchEnd);
-        EXPECT_TRUE(std::equal(s.body.begin(), s.body.begin() + c.matchStart, c.expected.begin()));
-        for (uint32_t i = c.matchStart; i < shortSize; ++i) EXPECT_EQ(s.body[i], 0xEE);
+        EXPECT_EQ(s.result.consumed, matchEnd);
+        EXPECT_EQ(Bytes(s.body.begin(), s.body.begin() + prefix), Bytes(expected.begin(), expected.begin() + prefix));
+        EXPECT_EQ(s.body.back(), 0xEE);
     }
 }
 
-TEST(UnpackBody, MatchLongerThanRoomStopsAndKeepsWrittenBytes) {
-    Unpacked a = unpack({0x41, 0x62, 0x42, 0x01}, 7);
-    EXPECT_TRUE(a.result.ok);
-    EXPECT_EQ(a.result.consumed, 4u);
-    EXPECT_EQ(a.body, (Bytes{'A', 'B', 0xEE, 0xEE, 0xEE, 0xEE, 0xEE}));
-
-    // A reused-distance match too long for the room stops the same way.
-    Unpacked b = unpack({0x41, 0x36, 0x42, 0x43, 0x02, 0x78, 0x90}, 9);
-    EXPECT_TRUE(b.result.ok);
-    EXPECT_EQ(b.result.consumed, 7u);
-    EXPECT_EQ(text(Bytes(b.body.begin(), b.body.begin() + 8)), "ABCABCAx");
-    EXPECT_EQ(b.body[8], 0xEE);
-}
-
-TEST(UnpackBody, MalformedMatchesFail) {
-    // Distance 2 at output position 1 reaches before the body.
-    StreamBuilder before('A');
+TEST(UnpackBody, MalformedStreamsFail) {
+    StreamBuilder before('A');  // distance 2 at output position 1 reaches before the body
     before.match(1, 1);
-    Unpacked a = unpack(before.out, 8);
-    EXPECT_FALSE(a.result.ok);
-    EXPECT_EQ(a.body[1], 0xEE);
-
-    // Reused distance with none set: control bits 1, 0 0, 0 1.
-    Unpacked b = unpack({0x41, 0x88}, 4);
-    EXPECT_FALSE(b.result.ok);
-    EXPECT_EQ(b.result.consumed, 2u);
-
-    // A distance from far away, after a valid one: still refused.
-    StreamBuilder far('A');
+    StreamBuilder far('A');  // a distance from far away, after a valid one
     far.literal('B');
     far.match(0, 1);
     far.match(200, 3);
-    Unpacked c = unpack(far.out, 40);
-    EXPECT_FALSE(c.result.ok);
-    EXPECT_EQ(text(Bytes(c.body.begin(), c.body.begin() + 4)), "ABBB");
-
-    // A length gamma that overflows: marked, not looped on.
-    // Control bits 1 (match), 1 0 (gamma 3), 0 0 (length by gamma), then 1 bits without end;
-    // the distance byte 0x00 follows the first control byte.
+    // A length gamma that overflows: control bits 1 (match), 1 0 (gamma 3), 0 0 (length by
+    // gamma), then 1 bits without end; the distance byte 0x00 follows the first control byte.
     Bytes overflow = {0x41, 0xC3, 0x00};
     overflow.insert(overflow.end(), 20, 0xFF);
-    Unpacked d = unpack(overflow, 100);
-    EXPECT_FALSE(d.result.ok);
-    EXPECT_LE(d.result.consumed, overflow.size());
-
-    // No packed bytes at all for a non-empty body.
-    Unpacked e = unpack({}, 4);
-    EXPECT_FALSE(e.result.ok);
-    EXPECT_EQ(e.result.consumed, 0u);
-}
-
-// Every proper prefix of a complete stream runs out before the body is full: ok is false, the
-// consumed count stays within the prefix, and what was written agrees with the full result.
-void expectEveryCutFails(const Bytes& packed, const Bytes& body) {
-    for (size_t cut = 0; cut < packed.size(); ++cut) {
-        SCOPED_TRACE(cut);
-        Unpacked u = unpack(Bytes(packed.begin(), packed.begin() + cut), static_cast<uint32_t>(body.size()));
+    struct Case {
+        Bytes packed;
+        uint32_t bodySize;
+        std::string written;  // body bytes before the failure
+        size_t consumed;
+    };
+    const Case cases[] = {
+        {before.out, 8, "A", before.out.size()},
+        {{0x41, 0x88}, 4, "A", 2},  // a reused distance with none set: control bits 1, 0 0, 0 1
+        {far.out, 40, "ABBB", far.out.size()},
+        {overflow, 100, "A", 12},
+        {{}, 4, "", 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.written);
+        Unpacked u = unpack(c.packed, c.bodySize);
         EXPECT_FALSE(u.result.ok);
-        EXPECT_LE(u.result.consumed, cut);
-        size_t same = 0;
-        while (same < body.size() && u.body[same] == body[same]) ++same;
-        for (size_t i = same; i < body.size(); ++i) ASSERT_EQ(u.body[i], 0xEE) << "stray write at " << i;
-    }
-}
-
-TEST(UnpackBody, TruncatedStreamsFailAtEveryCut) {
-    expectEveryCutFails({0x41, 0x62, 0x42, 0x01}, Bytes{'A', 'B', 'A', 'B', 'A', 'B', 'A', 'B'});
-    const std::string ex2 = "ABCABCAxCA";
-    expectEveryCutFails({0x41, 0x36, 0x42, 0x43, 0x02, 0x78, 0x90}, Bytes(ex2.begin(), ex2.end()));
-
-    // A longer stream with literals, distances, reuses and long lengths.
-    std::mt19937 rng(77);
-    Bytes body;
-    while (body.size() < 3000) {
-        if (body.size() > 64 && rng() % 2) {
-            const size_t from = body.size() - 1 - rng() % 64, len = 1 + rng() % 40;
-            for (size_t i = 0; i < len; ++i) body.push_back(body[from + i]);
-        } else {
-            body.push_back(static_cast<uint8_t>(rng() % 5 ? rng() % 16 : 0xEE));
-        }
-    }
-    const Bytes packed = packBody(body.data(), body.size());
-    ASSERT_EQ(unpack(packed, static_cast<uint32_t>(body.size())).body, body);
-    expectEveryCutFails(packed, body);
-}
-
-TEST(UnpackBody, RandomStreamsStayInBounds) {
-    std::mt19937 rng(1234);
-    for (int i = 0; i < 20000; ++i) {
-        Bytes packed(1 + rng() % 48);
-        for (auto& b : packed) b = static_cast<uint8_t>(rng());
-        const uint32_t bodySize = 1 + rng() % 300;
-        Unpacked u = unpack(packed, bodySize);
-        ASSERT_LE(u.result.consumed, packed.size());
-        ASSERT_EQ(u.body[0], packed[0]);
+        EXPECT_LE(u.result.consumed, c.consumed);
+        EXPECT_EQ(std::string(u.body.begin(), u.body.begin() + static_cast<long>(c.written.size())), c.written);
+        EXPECT_EQ(u.body[c.written.size()], 0xEE);
     }
 }
 

@@ -1,10 +1,9 @@
 // Writes the seed corpora of the fuzz targets, one folder per target, every QAZ file and stream
 // made by the project's own writers and encoders:
-//   convert/  QAZ files: modules built in memory for every origin format and flag, every sample
-//             coding (raw, delta, second-order, stereo, copies, the 0x8000 bit, lossy Vorbis with
-//             and without shared header pages, Layer III), extra chunks, versions 4 and 5; and
-//             QAZ files made from a handful of real modules of the shared corpus.
-//   unpack/   packed bodies of those modules, prefixed with their body size.
+//   convert/  QAZ files: the rich test module for every origin, versions 4 and 5, lossy Vorbis
+//             (with and without shared header pages) and Layer III; and QAZ files of the
+//             smallest modules of the shared corpus, as read and in the smallest lossless coding.
+//   unpack/   packed bodies of those modules, prefixed with their body size; the worked streams.
 //   predict/  streams of the four prediction encoders over assorted signals.
 //   vorbis/   Ogg Vorbis streams, whole and split into header pages and audio pages.
 //   layer3/   Layer III frame sequences for MPEG-1, MPEG-2 and MPEG-2.5, mono and stereo.
@@ -18,10 +17,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <string>
 #include <vector>
 
-#include "common/endian.hpp"
 #include "container/pack.hpp"
 #include "container/qaz_writer.hpp"
 #include "container/track_encoder.hpp"
@@ -53,19 +52,17 @@ void writeSeed(const char* target, const std::string& name, const Bytes& bytes) 
     ++written;
 }
 
-Bytes le16(uint32_t v) { return {static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8)}; }
-Bytes le32(uint32_t v) {
-    return {static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8), static_cast<uint8_t>(v >> 16),
-            static_cast<uint8_t>(v >> 24)};
-}
-Bytes concat(std::initializer_list<Bytes> parts) {
+// Little-endian prefix fields followed by payloads.
+Bytes seed(std::initializer_list<std::pair<uint32_t, int>> fields, std::initializer_list<Bytes> parts) {
     Bytes out;
+    for (auto [value, width] : fields)
+        for (int k = 0; k < width; ++k) out.push_back(static_cast<uint8_t>(value >> (8 * k)));
     for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
     return out;
 }
 
-// A deterministic signal: a sine mixed with a little noise, then a step, so every coder sees
-// smooth runs and jumps. 8-bit samples keep only the high byte, as decoding leaves them.
+// A sine mixed with a little noise, then a square wave, so every coder sees smooth runs and
+// jumps. 8-bit samples keep only the high byte, as decoding leaves them.
 std::vector<int16_t> signal(size_t count, unsigned seed, bool eightBit) {
     std::vector<int16_t> v(count);
     uint32_t x = seed * 2654435761u + 7;
@@ -74,29 +71,20 @@ std::vector<int16_t> signal(size_t count, unsigned seed, bool eightBit) {
         double s = std::sin(static_cast<double>(k) * (0.05 + 0.01 * seed)) * 20000.0;
         s += static_cast<double>(static_cast<int>((x >> 16) % 4001) - 2000);
         if (k > count * 3 / 4) s = (k % 16 < 8) ? 30000.0 : -30000.0;
-        auto point = static_cast<int16_t>(std::clamp(s, -32768.0, 32767.0));
+        const auto point = static_cast<int16_t>(std::clamp(s, -32768.0, 32767.0));
         v[k] = eightBit ? static_cast<int16_t>(point & 0xFF00) : point;
     }
     return v;
 }
 
-// ---- In-memory modules -------------------------------------------------------------------------
-
-// Rows that between them use every command number with assorted parameters, competing commands
-// in one row, note cut and note off, and the largest row a group holds.
-std::vector<std::vector<TrackRow>> trackRows(unsigned samples) {
-    std::vector<std::vector<TrackRow>> tracks;
-    std::vector<TrackRow> every(64);
-    for (unsigned r = 0; r < 64; ++r) {
-        const auto cmd = static_cast<uint8_t>(3 + r % 49);
-        const auto param = static_cast<uint8_t>(r * 37 + 5);
-        every[r] = {{CMD_NOTE, static_cast<uint8_t>((r * 7) % 120)},
-                    {CMD_INSTRUMENT, static_cast<uint8_t>(r % (samples ? samples : 1))},
-                    {cmd, param}};
-    }
-    tracks.push_back(every);
-
-    std::vector<TrackRow> clashes(64);
+// Rows that between them use every command number with assorted parameters, commands competing
+// in one row, note cut and note off, a command 0 that ends the list, and the largest row a group
+// holds.
+std::vector<std::vector<TrackRow>> commandTracks() {
+    std::vector<TrackRow> every(64), clashes(64);
+    for (unsigned r = 0; r < 64; ++r)
+        every[r] = {{CMD_NOTE, static_cast<uint8_t>((r * 7) % 120)}, {CMD_INSTRUMENT, static_cast<uint8_t>(r % 3)},
+                    {static_cast<uint8_t>(3 + r % 49), static_cast<uint8_t>(r * 37 + 5)}};
     const uint8_t pairs[][4] = {{15, 40, 20, 0x0F}, {6, 16, 34, 0x20}, {7, 4, 34, 0x02}, {11, 64, 11, 255},
                                 {5, 8, 4, 0x10},    {6, 32, 7, 3},     {31, 5, 32, 9},   {21, 0xF0, 27, 0x0F},
                                 {48, 4, 49, 3},     {50, 2, 15, 64},   {29, 1, 30, 2},   {47, 0x80, 51, 1}};
@@ -105,237 +93,151 @@ std::vector<std::vector<TrackRow>> trackRows(unsigned samples) {
     clashes[30] = {{CMD_NOTE, 254}};
     clashes[31] = {{CMD_NOTE, 255}, {CMD_INSTRUMENT, 0}};
     clashes[40] = TrackRow(15, TrackCommand{8, 0x33});
-    clashes[41] = {{0, 0}, {CMD_NOTE, 60}};  // a command 0 ends the list
+    clashes[41] = {{0, 0}, {CMD_NOTE, 60}};
     clashes[42] = {{60, 1}, {255, 255}, {CMD_NOTE, 119}};
-    tracks.push_back(clashes);
-
-    std::vector<TrackRow> runs(48, TrackRow{{6, 0x20}});
-    runs[0] = {{CMD_NOTE, 48}, {CMD_INSTRUMENT, 1}};
-    runs[47] = {{18, 0x7D}};
-    tracks.push_back(runs);
-    return tracks;
+    return {every, clashes};
 }
 
-// The rich test module, its third pattern playing tracks that use every command, clashes and
-// long runs.
+// The rich test module, its third pattern playing the command tracks.
 SongHeader richModule(uint32_t flags) {
     SongHeader song = test::makeRichModule(flags);
     unsigned c = 0;
-    for (const auto& rows : trackRows(song.sampleCount)) song.patternTracks[2 * song.channels + c++] = test::addTrackRows(song, rows);
+    for (const auto& rows : commandTracks()) song.patternTracks[2 * song.channels + c++] = test::addTrackRows(song, rows);
     return song;
 }
 
-struct OriginVariant {
-    const char* name;
-    uint32_t flags;
-    unsigned channels;
-};
-
-const OriginVariant kOrigins[] = {
-    {"it-ins", SH_ORIGIN_IT | SH_IT_INSTRUMENTS | SH_LINEAR_SLIDES | SH_EXTRA_CHUNKS | SH_IT_FLAG_1000, 8},
-    {"it-smp", SH_ORIGIN_IT | SH_IT_NO_COMPAT_GXX | SH_IT_NO_OLD_EFFECTS, 5},
-    {"s3m", SH_ORIGIN_S3M | SH_S3M_ST300_VOLSLIDES | SH_S3M_AMIGA_LIMITS, 8},
-    {"s3m-plain", SH_ORIGIN_S3M | SH_EXTRA_CHUNKS, 4},
-    {"mod", SH_ORIGIN_MOD, 4},
-    {"mod-8ch", SH_ORIGIN_MOD | SH_EXTRA_CHUNKS, 8},
-    {"mtm", SH_ORIGIN_MTM, 4},
-    {"xm", SH_LINEAR_SLIDES | SH_XM_ALT_TRACKER_NAME | SH_EXTRA_CHUNKS, 6},
-    {"xm-amiga", 0, 2},
-};
-
-// The packed body of a QAZ file as the unpack target takes it: the body size, then the packed
-// bytes (the sample data after them is left out).
+// The packed body of a QAZ file as the unpack target takes it (the sample data left out).
 void writeUnpackSeed(const std::string& name, const SongHeader& song, uint8_t version) {
     std::vector<SampleStorage> storage;
     if (!planSampleStorage(song, {}, storage)) return;
     const Bytes body = buildBody(song, version, storage);
     if (body.empty() || body.size() > 0xFFFFF) return;
-    writeSeed("unpack", name, concat({le32(static_cast<uint32_t>(body.size())), packBody(body.data(), body.size())}));
+    writeSeed("unpack", name, seed({{static_cast<uint32_t>(body.size()), 4}}, {packBody(body.data(), body.size())}));
 }
 
 void writeModuleSeeds() {
-    for (const OriginVariant& o : kOrigins) {
+    const std::pair<const char*, uint32_t> origins[] = {
+        {"it", SH_ORIGIN_IT | SH_IT_INSTRUMENTS | SH_LINEAR_SLIDES | SH_IT_FLAG_1000},
+        {"it-smp", SH_ORIGIN_IT | SH_IT_NO_COMPAT_GXX | SH_IT_NO_OLD_EFFECTS},
+        {"s3m", SH_ORIGIN_S3M | SH_S3M_ST300_VOLSLIDES | SH_S3M_AMIGA_LIMITS},
+        {"mod", SH_ORIGIN_MOD},
+        {"mtm", SH_ORIGIN_MTM},
+        {"xm", SH_LINEAR_SLIDES | SH_XM_ALT_TRACKER_NAME},
+    };
+    for (const auto& [name, flags] : origins) {
+        const SongHeader song = richModule(flags);
         for (uint8_t version : {uint8_t{5}, uint8_t{4}}) {
-            const std::string base = std::string(o.name) + "-v" + std::to_string(version);
-            SongHeader rich = richModule(o.flags);
+            const std::string base = std::string(name) + "-v" + std::to_string(version);
             QazWriteOptions options;
             options.version = version;
-            writeSeed("convert", base + ".qaz", writeQaz(rich, options));
-            writeUnpackSeed(base + ".bin", rich, version);
-            SongHeader minimal = test::makeOnePatternSong(o.flags, o.channels);
-            test::addSample(minimal, 0, 48);
-            writeSeed("convert", base + "-minimal.qaz", writeQaz(minimal, options));
+            writeSeed("convert", base + ".qaz", writeQaz(song, options));
+            writeUnpackSeed(base + ".bin", song, version);
         }
-    }
-    // Lossy storage on a few origins (every sample with data of its own becomes lossy).
-    const struct {
-        const char* name;
-        LossyCoding coding;
-        bool share;
-    } lossy[] = {{"vorbis", LossyCoding::Vorbis, false},
-                 {"vorbis-shared", LossyCoding::Vorbis, true},
-                 {"layer3", LossyCoding::Layer3, false}};
-    for (const auto& l : lossy) {
-        for (const OriginVariant& o : {kOrigins[0], kOrigins[2], kOrigins[7]}) {
-            SongHeader song = richModule(o.flags);
-            QazWriteOptions options;
-            options.lossy = l.coding;
-            options.shareVorbisHeaders = l.share;
-            options.lossyOnlyWhenSmaller = false;
-            options.vorbisQuality = -0.1f;
-            options.layer3Bitrate = 32;
-            const Bytes file = writeQaz(song, options);
-            if (file.empty()) {
-                std::fprintf(stderr, "make_seeds: the %s encoder refused %s\n", l.name, o.name);
-                continue;
+        if (flags & SH_LINEAR_SLIDES) {  // lossy storage on the IT and XM origins
+            for (int l = 0; l < 3; ++l) {
+                QazWriteOptions options;
+                options.lossy = l < 2 ? LossyCoding::Vorbis : LossyCoding::Layer3;
+                options.shareVorbisHeaders = l == 1;
+                options.lossyOnlyWhenSmaller = false;
+                options.vorbisQuality = -0.1f;
+                options.layer3Bitrate = 32;
+                const Bytes file = writeQaz(song, options);
+                if (!file.empty()) writeSeed("convert", std::string(name) + "-lossy" + std::to_string(l) + ".qaz", file);
             }
-            writeSeed("convert", std::string(o.name) + "-" + l.name + ".qaz", file);
+        }
+        if (flags & SH_ORIGIN_IT) {  // the rich module's tracks, one seed per options byte
+            for (size_t t = 0; t < song.tracks.size(); ++t)
+                writeSeed("tracks", "rich" + std::to_string(t) + ".bin", seed({{static_cast<uint32_t>(t), 1}}, {Bytes(song.tracks[t].data(), song.tracks[t].data() + song.tracks[t].size())}));
         }
     }
 }
 
-// QAZ files from real modules: the smallest few of each format that the readers accept, each
-// stored once as it is read and once with its samples prediction-coded.
+// The smallest three modules of each format that the readers accept, each stored as read and in
+// the smallest lossless coding; the module files up to 16 KB seed the readers.
 void writeCorpusSeeds(const fs::path& corpus) {
     if (!fs::is_directory(corpus)) {
         std::fprintf(stderr, "make_seeds: no corpus at %s, skipping corpus seeds\n", corpus.c_str());
         return;
     }
     std::vector<std::pair<uintmax_t, fs::path>> files;
-    for (const auto& entry : fs::recursive_directory_iterator(corpus)) {
-        if (!entry.is_regular_file() || entry.path().extension() == ".md") continue;
-        files.emplace_back(entry.file_size(), entry.path());
-    }
+    for (const auto& entry : fs::recursive_directory_iterator(corpus))
+        if (entry.is_regular_file() && entry.path().extension() != ".md") files.emplace_back(entry.file_size(), entry.path());
     std::sort(files.begin(), files.end());
-    std::vector<std::pair<std::string, int>> taken = {{".it", 0}, {".xm", 0}, {".s3m", 0}, {".mod", 0}, {".mtm", 0}};
+    std::map<std::string, int> taken;
     for (const auto& [bytes, path] : files) {
         std::string ext = path.extension().string();
         std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char ch) { return std::tolower(ch); });
-        auto slot = std::find_if(taken.begin(), taken.end(), [&](const auto& t) { return t.first == ext; });
-        if (slot == taken.end() || bytes > 40000) continue;
+        if (bytes > 40000 || (ext != ".it" && ext != ".xm" && ext != ".s3m" && ext != ".mod" && ext != ".mtm")) continue;
         std::ifstream f(path, std::ios::binary);
         const Bytes data((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-        // The module files themselves seed the readers (damaged ones included).
         if (bytes <= 16000) writeSeed("readers", path.stem().string() + ext, data);
-        if (slot->second >= 3) continue;
         ReadResult read = readModule(data.data(), data.size());
-        if (!read.song) continue;
+        if (taken[ext] >= 3 || !read.song) continue;
         const std::string name = "corpus-" + path.stem().string();
-        // Small seeds keep the fuzzer's input length limit, and so each execution, short.
         const Bytes plain = writeQaz(*read.song);
-        if (plain.empty() || plain.size() > 48000) continue;
+        if (plain.empty() || plain.size() > 48000) continue;  // small seeds keep each execution short
         writeSeed("convert", name + ".qaz", plain);
         writeUnpackSeed(name + ".bin", *read.song, 5);
-        for (SampleRecord& smp : read.song->samples)
-            if (smp.storedSize >= 0 && !smp.isCoded()) smp.flags |= (smp.flags & SF_16BIT) ? SF_PREDICT : SF_DELTA;
+        chooseSmallestLossless(*read.song);
         writeSeed("convert", name + "-coded.qaz", writeQaz(*read.song));
-        ++slot->second;
+        ++taken[ext];
     }
 }
 
-// ---- Per-decoder seeds ---------------------------------------------------------------------------
-
-void writeUnpackExamples() {
-    // The two worked examples of the unpacker's format, and a body that is one byte.
-    writeSeed("unpack", "example-abab.bin", concat({le32(8), {0x41, 0x62, 0x42, 0x01}}));
-    writeSeed("unpack", "example-reuse.bin", concat({le32(10), {0x41, 0x36, 0x42, 0x43, 0x02, 0x78, 0x90}}));
-    writeSeed("unpack", "one-byte.bin", concat({le32(1), {0x5A}}));
-    // Long runs and far matches: a body with repeats 40000 bytes apart (distance codes of 32000+).
+void writeStreamSeeds() {
+    // The unpacker's worked streams, and far matches (distance codes of 32000 and more).
+    writeSeed("unpack", "example-abab.bin", seed({{8, 4}}, {{0x41, 0x62, 0x42, 0x01}}));
+    writeSeed("unpack", "example-reuse.bin", seed({{10, 4}}, {{0x41, 0x36, 0x42, 0x43, 0x02, 0x78, 0x90}}));
     Bytes body(90000);
     for (size_t k = 0; k < body.size(); ++k) body[k] = static_cast<uint8_t>((k % 40000) * 7 / 3 ^ (k / 1000));
-    writeSeed("unpack", "far-matches.bin", concat({le32(static_cast<uint32_t>(body.size())), packBody(body.data(), body.size())}));
-}
+    writeSeed("unpack", "far-matches.bin", seed({{static_cast<uint32_t>(body.size()), 4}}, {packBody(body.data(), body.size())}));
 
-void writePredictSeeds() {
     using Encoder = std::vector<uint8_t> (*)(const int16_t*, size_t);
-    const struct {
-        const char* name;
-        Encoder encode;
-        bool eightBit;
-    } coders[] = {{"delta8", packDelta8, true},
-                  {"delta16", packDelta16, false},
-                  {"predict8", packPredict8, true},
-                  {"predict16", packPredict16, false}};
-    for (const auto& c : coders) {
+    const std::pair<Encoder, bool> coders[] = {{packDelta8, true}, {packDelta16, false}, {packPredict8, true}, {packPredict16, false}};
+    for (size_t c = 0; c < std::size(coders); ++c) {
         for (size_t count : {size_t{1}, size_t{7}, size_t{300}, size_t{2000}}) {
-            std::vector<int16_t> v = signal(count, static_cast<unsigned>(count), c.eightBit);
-            writeSeed("predict", std::string(c.name) + "-" + std::to_string(count) + ".bin",
-                      concat({le16(static_cast<uint32_t>(count)), c.encode(v.data(), v.size())}));
+            const std::vector<int16_t> v = signal(count, static_cast<unsigned>(count), coders[c].second);
+            writeSeed("predict", std::to_string(c) + "-" + std::to_string(count) + ".bin",
+                      seed({{static_cast<uint32_t>(count), 2}}, {coders[c].first(v.data(), v.size())}));
         }
-        // Extremes: full-scale alternation makes the widest differences.
-        std::vector<int16_t> extreme(200);
-        for (size_t k = 0; k < extreme.size(); ++k) extreme[k] = static_cast<int16_t>(k % 2 ? -32768 : 32767);
-        if (c.eightBit)
-            for (int16_t& x : extreme) x = static_cast<int16_t>(x & 0xFF00);
-        writeSeed("predict", std::string(c.name) + "-extreme.bin",
-                  concat({le16(200), c.encode(extreme.data(), extreme.size())}));
     }
-}
 
-void writeVorbisSeeds() {
-    const struct {
-        int channels;
-        long rate;
-        float quality;
-        size_t frames;
-    } streams[] = {{1, 8363, -0.1f, 600}, {2, 44100, 0.4f, 1500}, {1, 22050, 1.0f, 300}};
+    // Vorbis: whole, split at the header pages, a buffer short of the audio, one longer, and
+    // page CRCs rewritten after mutation so damaged packets reach libvorbis.
     int n = 0;
-    for (const auto& s : streams) {
-        std::vector<int16_t> pcm = signal(s.frames * static_cast<size_t>(s.channels), 3 + n, false);
-        VorbisEncoded enc = encodeVorbis(pcm.data(), s.frames, s.channels, s.rate, s.quality);
+    for (auto [channels, rate, quality] : {std::tuple{1, 8363L, -0.1f}, std::tuple{2, 44100L, 0.4f}}) {
+        const size_t frames = 1000, words = frames * static_cast<size_t>(channels) / 2;
+        const std::vector<int16_t> pcm = signal(frames * static_cast<size_t>(channels), 3 + n, false);
+        const VorbisEncoded enc = encodeVorbis(pcm.data(), frames, channels, rate, quality);
         if (!enc.ok) continue;
-        const size_t outBytes = s.frames * static_cast<size_t>(s.channels) * 2;
+        const auto header = static_cast<uint32_t>(enc.header.size());
         const std::string base = "stream" + std::to_string(n++);
-        const Bytes stream = enc.stream();
-        // Whole stream, buffer exactly the audio; then split at the header pages; then a buffer
-        // smaller than the audio (decoding stops early) and one larger (silence after it).
-        writeSeed("vorbis", base + "-whole.bin", concat({{0}, le16(0), le16(static_cast<uint32_t>(outBytes / 4)), stream}));
-        writeSeed("vorbis", base + "-split.bin",
-                  concat({{1}, le16(static_cast<uint32_t>(enc.header.size())), le16(static_cast<uint32_t>(outBytes / 4)), enc.header, enc.audio}));
-        writeSeed("vorbis", base + "-short.bin", concat({{2}, le16(0), le16(static_cast<uint32_t>(outBytes / 16)), stream}));
-        writeSeed("vorbis", base + "-long.bin", concat({{6}, le16(0), le16(static_cast<uint32_t>(outBytes / 2)), stream}));
-        // Page CRCs rewritten after mutation, whole and split, so damaged packets reach libvorbis.
-        writeSeed("vorbis", base + "-crc.bin", concat({{8}, le16(0), le16(static_cast<uint32_t>(outBytes / 4)), stream}));
-        writeSeed("vorbis", base + "-split-crc.bin",
-                  concat({{9}, le16(static_cast<uint32_t>(enc.header.size())), le16(static_cast<uint32_t>(outBytes / 4)), enc.header, enc.audio}));
+        for (auto [options, out] : {std::pair{0u, words}, {2u, words / 4}, {6u, words * 2}, {8u, words}})
+            writeSeed("vorbis", base + "-" + std::to_string(options) + ".bin",
+                      seed({{options, 1}, {0, 2}, {static_cast<uint32_t>(out), 2}}, {enc.stream()}));
+        for (uint32_t options : {1u, 9u})
+            writeSeed("vorbis", base + "-split" + std::to_string(options) + ".bin",
+                      seed({{options, 1}, {header, 2}, {static_cast<uint32_t>(words), 2}}, {enc.header, enc.audio}));
     }
-}
 
-void writeLayer3Seeds() {
-    const struct {
-        int channels;
-        long rate;  // 44100: MPEG-1; 22050: MPEG-2; 8000: MPEG-2.5
-        int bitrate;
-        bool crc;
-        size_t frames;
-    } streams[] = {{1, 44100, 64, false, 3000}, {2, 44100, 128, true, 2500}, {1, 22050, 32, false, 2000},
-                   {2, 22050, 48, true, 1500},  {1, 8000, 8, false, 1500},   {2, 11025, 16, false, 1200}};
-    int n = 0;
-    for (const auto& s : streams) {
-        std::vector<int16_t> pcm = signal(s.frames * static_cast<size_t>(s.channels), 11 + n, false);
-        Layer3Encoded enc = encodeLayer3(pcm.data(), s.frames, s.channels, s.rate, s.bitrate, s.crc);
+    // Layer III at 44100 (MPEG-1), 22050 (MPEG-2) and 8000 Hz (MPEG-2.5); with no bytes dropped,
+    // a longer buffer and junk before the first frame too.
+    n = 0;
+    for (auto [channels, rate, bitrate, crc] : {std::tuple{1, 44100L, 64, false}, {2, 44100L, 128, true},
+                                                {2, 22050L, 48, true}, {1, 8000L, 8, false}}) {
+        const size_t frames = 2000, words = frames * static_cast<size_t>(channels) / 2;
+        const std::vector<int16_t> pcm = signal(frames * static_cast<size_t>(channels), 11 + n, false);
+        const Layer3Encoded enc = encodeLayer3(pcm.data(), frames, channels, rate, bitrate, crc);
         if (!enc.ok || enc.delayBytes > 0xFFFF) continue;
-        const size_t outBytes = s.frames * static_cast<size_t>(s.channels) * 2;
         const std::string base = "stream" + std::to_string(n++);
-        writeSeed("layer3", base + ".bin",
-                  concat({le16(enc.delayBytes), le16(static_cast<uint32_t>(outBytes / 4)), {0}, enc.frames}));
-        // No bytes dropped and a buffer longer than the audio; junk before the first frame.
+        writeSeed("layer3", base + ".bin", seed({{enc.delayBytes, 2}, {static_cast<uint32_t>(words), 2}, {0, 1}}, {enc.frames}));
         writeSeed("layer3", base + "-nodrop.bin",
-                  concat({le16(0), le16(static_cast<uint32_t>(outBytes / 2)), {3}, {0x00, 0xFF, 0xE0, 0x12}, enc.frames}));
+                  seed({{0, 2}, {static_cast<uint32_t>(words * 2), 2}, {3, 1}}, {{0x00, 0xFF, 0xE0, 0x12}, enc.frames}));
     }
-}
 
-void writeTrackSeeds() {
-    int n = 0;
-    for (const auto& rows : trackRows(13)) {
-        const Bytes track = encodeTrack(rows);
-        writeSeed("tracks", "rows" + std::to_string(n) + ".bin", concat({{static_cast<uint8_t>(n)}, track}));
-        ++n;
-    }
     writeSeed("tracks", "example.bin", {0, 0x21, 0x01, 0x30, 0x10, 0x12, 0x01, 0x32, 0x02, 0x00, 0x00});
     writeSeed("tracks", "rowcount0.bin", {1, 0x02, 0x01, 0x30, 0x02, 0x05, 0x31, 0x01, 0x30, 0x00});
     writeSeed("tracks", "unterminated.bin", {3, 0xF0, 0x12, 0x01, 0x30, 0x00, 0x00, 0xF3, 0x01, 0x20});
-    writeSeed("tracks", "empty.bin", {6, 0x00});
 }
 
 }  // namespace
@@ -349,11 +251,7 @@ int main(int argc, char** argv) {
     initLossyDecoders();
     writeModuleSeeds();
     writeCorpusSeeds(argc > 2 ? fs::path(argv[2]) : fs::path(DEQAZ_CORPUS));
-    writeUnpackExamples();
-    writePredictSeeds();
-    writeVorbisSeeds();
-    writeLayer3Seeds();
-    writeTrackSeeds();
+    writeStreamSeeds();
     std::printf("make_seeds: %d seed files in %s\n", written, outRoot.c_str());
     return 0;
 }

@@ -5,6 +5,7 @@
 #define DEQAZ_DEQAZ_H
 
 #include <stddef.h>
+#include <stdint.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -20,6 +21,32 @@ extern "C" {
  * deqaz_free, and `ext` holds the module's extension ("it", "xm", "s3m", "mod" or "mtm"); on
  * failure *module is NULL and *module_size 0. `ext` may be NULL. */
 int deqaz_convert(const void *qaz, size_t qaz_size, void **module, size_t *module_size, char ext[4]);
+
+/* One sample of a QAZ file, as deqaz_inspect describes it. */
+typedef struct deqaz_sample_info {
+    const char *name;
+    const char *coding;    /* "raw", "delta", "predict", "vorbis", "mp3", "copy", "empty" or "unknown" */
+    int copy_of;           /* for "copy": the index of the sample whose data this one repeats; else -1 */
+    int bits;              /* 8 or 16 */
+    int channels;          /* 1 or 2 */
+    uint32_t length;       /* frames */
+    uint64_t stored_size;  /* bytes of sample data in the QAZ file */
+    uint64_t decoded_size; /* bytes of sample data in the module */
+} deqaz_sample_info;
+
+/* What a QAZ file holds. */
+typedef struct deqaz_info {
+    int version;        /* the container version, 0 to 5 */
+    char format[4];     /* the module's format: "it", "xm", "s3m", "mod" or "mtm" */
+    const char *name;   /* the song's name */
+    int channels, orders, patterns, instruments, sample_count;
+    const deqaz_sample_info *samples; /* sample_count entries */
+} deqaz_info;
+
+/* Describes a QAZ file without converting it (no sample is decoded). On DEQAZ_OK, *info points
+ * at one block, strings included, that the caller releases with deqaz_free; on failure it is
+ * NULL. Returns the codes of deqaz_convert. */
+int deqaz_inspect(const void *qaz, size_t qaz_size, deqaz_info **info);
 
 /* Releases what the library returned; NULL is allowed. */
 void deqaz_free(void *p);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "container/inspect.hpp"
 #include "container/loader.hpp"
 #include "container/unpack.hpp"
 #include "samples/lossy.hpp"
@@ -13,22 +14,81 @@
 
 using namespace deqaz;
 
+namespace {
+
+// Loads a QAZ file; null with `code` set to the result the caller returns.
+std::unique_ptr<SongHeader> load(const void* qaz, size_t qazSize, bool sampleData, int& code) {
+    const auto* bytes = static_cast<const uint8_t*>(qaz);
+    code = DEQAZ_NOT_QAZ;
+    if (!bytes || qazSize > UINT32_MAX || !hasQazMagic(bytes, qazSize)) return nullptr;
+    Diagnostics diag;
+    diag.err = nullptr;  // a library prints nothing
+    if (sampleData) initLossyDecoders();
+    InputStream in{bytes, static_cast<uint32_t>(qazSize), 0};
+    std::unique_ptr<SongHeader> song = loadModule(in, diag, sampleData);
+    code = song ? DEQAZ_OK : DEQAZ_DAMAGED;
+    return song;
+}
+
+// Copies `text` into the string area of an info block and returns where it went.
+const char* place(char*& strings, const std::string& text) {
+    char* at = strings;
+    std::memcpy(at, text.c_str(), text.size() + 1);
+    strings += text.size() + 1;
+    return at;
+}
+
+}  // namespace
+
 extern "C" int deqaz_convert(const void* qaz, size_t qazSize, void** module, size_t* moduleSize, char ext[4]) {
     if (module) *module = nullptr;
     if (moduleSize) *moduleSize = 0;
-    const auto* bytes = static_cast<const uint8_t*>(qaz);
-    if (!bytes || !module || !moduleSize || qazSize > UINT32_MAX || !hasQazMagic(bytes, qazSize)) return DEQAZ_NOT_QAZ;
+    if (!module || !moduleSize) return DEQAZ_NOT_QAZ;
     try {
+        int code;
+        const std::unique_ptr<SongHeader> song = load(qaz, qazSize, true, code);
         Diagnostics diag;
-        diag.err = nullptr;  // a library prints nothing
-        initLossyDecoders();
-        InputStream in{bytes, static_cast<uint32_t>(qazSize), 0};
-        const std::unique_ptr<SongHeader> song = loadModule(in, diag);
+        diag.err = nullptr;
         OutputBuffer out;
-        if (!song || !writeModule(*song, out, diag)) return DEQAZ_DAMAGED;
+        if (!song || !writeModule(*song, out, diag)) return song ? DEQAZ_DAMAGED : code;
         *moduleSize = out.outputSize();
         *module = out.release();
         if (ext) std::strcpy(ext, originExtension(song->origin()));
+        return DEQAZ_OK;
+    } catch (const std::bad_alloc&) {
+        return DEQAZ_DAMAGED;
+    }
+}
+
+extern "C" int deqaz_inspect(const void* qaz, size_t qazSize, deqaz_info** info) {
+    if (!info) return DEQAZ_NOT_QAZ;
+    *info = nullptr;
+    try {
+        int code;
+        const std::unique_ptr<SongHeader> song = load(qaz, qazSize, false, code);
+        if (!song) return code;
+        const ModuleInfo m = describeModule(*song, static_cast<const uint8_t*>(qaz)[3], static_cast<const uint8_t*>(qaz), qazSize);
+        // One block: the info, the sample array, then the strings.
+        size_t size = sizeof(deqaz_info) + m.samples.size() * sizeof(deqaz_sample_info) + m.name.size() + 1;
+        for (const SampleInfo& s : m.samples) size += s.name.size() + 1;
+        auto* block = static_cast<unsigned char*>(std::malloc(size));
+        if (!block) return DEQAZ_DAMAGED;
+        auto* out = new (block) deqaz_info{};
+        auto* samples = reinterpret_cast<deqaz_sample_info*>(block + sizeof(deqaz_info));
+        char* strings = reinterpret_cast<char*>(samples + m.samples.size());
+        out->version = m.version;
+        std::strcpy(out->format, originExtension(m.origin));
+        out->name = place(strings, m.name);
+        out->channels = static_cast<int>(m.channels);
+        out->orders = static_cast<int>(m.orders);
+        out->patterns = static_cast<int>(m.patterns);
+        out->instruments = static_cast<int>(m.instruments);
+        out->sample_count = static_cast<int>(m.samples.size());
+        out->samples = samples;
+        for (const SampleInfo& s : m.samples)
+            new (samples++) deqaz_sample_info{place(strings, s.name), s.coding, s.copyOf, s.bits, s.channels,
+                                              s.length, s.storedSize, s.decodedSize};
+        *info = out;
         return DEQAZ_OK;
     } catch (const std::bad_alloc&) {
         return DEQAZ_DAMAGED;

@@ -195,7 +195,7 @@ DecodeStatus decodeSamples(InputStream& in, SongHeader& song) {
 
 }  // namespace
 
-std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag) {
+std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag, bool sampleData) {
     const InputStream file = in;
     auto fail = [&](const char* message) {
         in = file;
@@ -251,6 +251,7 @@ std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag) {
     if (pcmBytes > PCM_FLOOR + PCM_PER_INPUT_BYTE * file.inputSize) return fail(BROKEN);
 
     in = file;
+    if (!sampleData) return song;
     in.inputPos = static_cast<uint32_t>(dataStart);
     DecodeStatus status = decodeSamples(in, *song);
     if (status != DecodeStatus::Ok) return fail(status == DecodeStatus::NoMemory ? NO_MEMORY : BROKEN);

@@ -11,7 +11,8 @@ namespace deqaz {
 
 // `in` describes the whole file, position 0. Returns the module, or null with the message in
 // diag.errorText ("This is not a QAZ file!", "Something is wrong with this file!" or
-// "Insufficient memory"). On return `in` again describes the whole file.
-std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag);
+// "Insufficient memory"). On return `in` again describes the whole file. Without `sampleData` the
+// samples keep their records and data offsets but are not decoded (inspection).
+std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag, bool sampleData = true);
 
 }  // namespace deqaz

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/endian.hpp"
 #include "container/qaz_writer.hpp"
 #include "support/module_builder.hpp"
 #include "support/run_process.hpp"
@@ -67,6 +68,43 @@ TEST(Api, RefusesWhatIsNotAWholeQazFile) {
     EXPECT_EQ(deqaz_convert(nullptr, 4, &module, &size, nullptr), DEQAZ_NOT_QAZ);
     EXPECT_EQ(module, nullptr);
     EXPECT_EQ(size, 0u);
+}
+
+
+// Inspection reads the records alone: per sample the coding the file stores, its sizes (which
+// with the packed body make up the whole file) and the sample a copy repeats.
+TEST(Api, InspectsWithoutConverting) {
+    const SongHeader song = makeRichModule();
+    const std::vector<std::string> codings = {"raw", "raw", "raw", "delta", "delta", "predict", "predict", "copy", "empty", "predict"};
+    for (LossyCoding lossy : {LossyCoding::None, LossyCoding::Vorbis, LossyCoding::Layer3}) {
+        QazWriteOptions options;
+        options.lossy = lossy;
+        options.lossyOnlyWhenSmaller = false;
+        const std::vector<uint8_t> qaz = writeQaz(song, options);
+        deqaz_info* info = nullptr;
+        ASSERT_EQ(deqaz_inspect(qaz.data(), qaz.size(), &info), DEQAZ_OK);
+        EXPECT_EQ((std::vector<int>{info->version, info->channels, info->orders, info->patterns, info->instruments}),
+                  (std::vector<int>{5, song.channels, song.orderCount, song.patternCount, static_cast<int>(song.instruments.size())}));
+        EXPECT_EQ(std::string(info->format) + info->name, "it" + song.name);
+        ASSERT_EQ(info->sample_count, static_cast<int>(codings.size()));
+        uint64_t stored = 0;
+        for (int i = 0; i < info->sample_count; ++i) {
+            const deqaz_sample_info& s = info->samples[i];
+            const bool own = codings[i] != "copy" && codings[i] != "empty";
+            EXPECT_EQ(s.coding, lossy == LossyCoding::None || !own ? codings[i] : lossy == LossyCoding::Vorbis ? "vorbis" : "mp3") << i;
+            EXPECT_EQ(s.name, song.samples[i].name);
+            EXPECT_EQ(s.copy_of, codings[i] == "copy" ? 6 : -1);
+            EXPECT_EQ(s.decoded_size, song.samples[i].rawStoredBytes());
+            stored += s.stored_size;
+        }
+        EXPECT_EQ(stored + 12 + rd32le(&qaz[8]), qaz.size());
+        deqaz_free(info);
+    }
+    deqaz_info sentinel{};
+    deqaz_info* info = &sentinel;
+    EXPECT_EQ(deqaz_inspect("QAZ\x06", 4, &info), DEQAZ_NOT_QAZ);
+    EXPECT_EQ(info, nullptr);
+    EXPECT_EQ(deqaz_inspect("QAZ\x05", 4, &info), DEQAZ_DAMAGED);
 }
 
 }  // namespace

@@ -64,6 +64,16 @@ TEST_F(QazCli, LossyCodingsConvert) {
         const std::string out = converted("lossy.qaz");
         EXPECT_EQ(out.compare(0, 17, "Extended Module: "), 0);
     }
+    // What each file holds, or why it cannot be described; the exit code is the worst failure's.
+    dir.put("text.mod", std::string(2000, 'x'));
+    ProcessResult r = qaz({"info", "--json", "lossy.qaz", "song.xm", "missing.qaz", "text.mod"});
+    EXPECT_EQ(r.exitCode, 3);
+    EXPECT_EQ(r.out.substr(0, 58), R"({"file":"lossy.qaz","container":5,"format":"xm","name":"Ar)");
+    EXPECT_NE(r.out.find(R"({"file":"song.xm","container":null,"format":"xm")"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(R"({"file":"missing.qaz","error":"No such file or directory"})"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(R"({"file":"text.mod","error":"unknown module format)"), std::string::npos) << r.out;
+    r = qaz({"info", "song.xm"});
+    EXPECT_EQ(r.out.substr(0, 45), "song.xm: module file, xm module \"Arpeggio    ");
 }
 
 TEST_F(QazCli, RefusesWhatItCannotDo) {

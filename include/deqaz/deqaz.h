@@ -15,6 +15,8 @@ extern "C" {
 #define DEQAZ_OK 0
 #define DEQAZ_NOT_QAZ 2  /* not a QAZ file (magic or version), or no input given */
 #define DEQAZ_DAMAGED 3  /* the QAZ file is damaged, or memory ran out while converting */
+#define DEQAZ_BAD_OPTIONS 1 /* deqaz_pack: a coding or version it does not know */
+#define DEQAZ_NOT_MODULE 2  /* deqaz_pack: not a module the readers take */
 
 /* Converts `qaz_size` bytes of a QAZ file into the module it holds: exactly the bytes the deqaz
  * program writes. On DEQAZ_OK, *module points at *module_size bytes that the caller releases with
@@ -47,6 +49,17 @@ typedef struct deqaz_info {
  * at one block, strings included, that the caller releases with deqaz_free; on failure it is
  * NULL. Returns the codes of deqaz_convert. */
 int deqaz_inspect(const void *qaz, size_t qaz_size, deqaz_info **info);
+
+/* Packs `module_size` bytes of an IT, XM, S3M, MOD or MTM module into a QAZ file, as qaz does.
+ * `coding` is qaz's -c value: "auto" (also for NULL: each sample in its smallest lossless coding,
+ * repeated sample data stored once), "raw", "delta", "predict", "vorbis[:QUALITY]" or
+ * "mp3[:KBPS]" (lossy only where smaller); `version` is 4 or 5 (0 for 5). On DEQAZ_OK, *qaz
+ * points at *qaz_size bytes that the caller releases with deqaz_free. If `messages` is not NULL
+ * it receives the reader's warnings and the reason of a failure, a line each, to release with
+ * deqaz_free (NULL when there are none). Returns DEQAZ_OK, DEQAZ_BAD_OPTIONS, DEQAZ_NOT_MODULE,
+ * or DEQAZ_DAMAGED when a sample cannot be encoded or memory runs out. */
+int deqaz_pack(const void *module, size_t module_size, const char *coding, int version, void **qaz, size_t *qaz_size,
+               char **messages);
 
 /* Releases what the library returned; NULL is allowed. */
 void deqaz_free(void *p);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "container/encode_module.hpp"
 #include "container/inspect.hpp"
 #include "container/loader.hpp"
 #include "container/unpack.hpp"
@@ -91,6 +92,39 @@ extern "C" int deqaz_inspect(const void* qaz, size_t qazSize, deqaz_info** info)
         *info = out;
         return DEQAZ_OK;
     } catch (const std::bad_alloc&) {
+        return DEQAZ_DAMAGED;
+    }
+}
+
+extern "C" int deqaz_pack(const void* module, size_t moduleSize, const char* coding, int version, void** qaz, size_t* qazSize,
+                          char** messages) {
+    if (qaz) *qaz = nullptr;
+    if (qazSize) *qazSize = 0;
+    if (messages) *messages = nullptr;
+    if (!qaz || !qazSize || (!module && moduleSize)) return DEQAZ_BAD_OPTIONS;
+    try {
+        EncodeSettings settings;
+        settings.write.version = static_cast<uint8_t>(version == 0 ? 5 : version);
+        if ((version != 0 && version != 4 && version != 5) || !parseCoding(coding ? coding : "auto", settings))
+            return DEQAZ_BAD_OPTIONS;
+        const EncodeResult r = encodeModule(static_cast<const uint8_t*>(module), moduleSize, settings);
+        std::string text;
+        for (const std::string& w : r.warnings) text += w + "\n";
+        if (r.code) text += r.error + "\n";
+        if (messages && !text.empty()) {
+            *messages = static_cast<char*>(std::malloc(text.size() + 1));
+            if (!*messages) return DEQAZ_DAMAGED;
+            std::memcpy(*messages, text.c_str(), text.size() + 1);
+        }
+        if (r.code) return r.code == 2 ? DEQAZ_NOT_MODULE : DEQAZ_DAMAGED;
+        void* bytes = std::malloc(r.qaz.size());
+        if (!bytes) return DEQAZ_DAMAGED;
+        std::memcpy(bytes, r.qaz.data(), r.qaz.size());
+        *qaz = bytes;
+        *qazSize = r.qaz.size();
+        return DEQAZ_OK;
+    } catch (const std::bad_alloc&) {
+        if (messages) deqaz_free(*messages), *messages = nullptr;
         return DEQAZ_DAMAGED;
     }
 }

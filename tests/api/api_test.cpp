@@ -6,6 +6,7 @@
 
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "common/endian.hpp"
@@ -105,6 +106,39 @@ TEST(Api, InspectsWithoutConverting) {
     EXPECT_EQ(deqaz_inspect("QAZ\x06", 4, &info), DEQAZ_NOT_QAZ);
     EXPECT_EQ(info, nullptr);
     EXPECT_EQ(deqaz_inspect("QAZ\x05", 4, &info), DEQAZ_DAMAGED);
+}
+
+
+// Packing in memory gives the bytes qaz writes for the same coding and version; what cannot be
+// packed gets its code and its reason.
+TEST(Api, PacksAsQazDoes) {
+    TempDir dir;
+    const std::string module = readFile(std::string(DEQAZ_CORPUS) + "/regression/xm/Arpeggio.xm");
+    dir.put("song.xm", module);
+    for (auto [coding, version] : {std::pair{"auto", 0}, {"predict", 4}, {"vorbis:0.1", 5}}) {
+        const ProcessResult program = runProcess({DEQAZ_QAZ_BINARY, "-s", "-c", coding, "-v", std::to_string(version ? version : 5),
+                                                  (dir / "song.xm").string(), "STDOUT"});
+        void* qaz = nullptr;
+        size_t size = 0;
+        char* messages = nullptr;
+        ASSERT_EQ(deqaz_pack(module.data(), module.size(), coding, version, &qaz, &size, &messages), DEQAZ_OK) << coding;
+        EXPECT_STREQ(messages, "XM: tracker name written back as FastTracker's\n");
+        deqaz_free(messages);
+        EXPECT_TRUE(std::string(static_cast<const char*>(qaz), size) == program.out) << coding;
+        deqaz_free(qaz);
+    }
+    const std::tuple<std::string, const char*, int, int, std::string> refused[] = {
+        {module, "flac", 5, DEQAZ_BAD_OPTIONS, ""}, {module, "auto", 3, DEQAZ_BAD_OPTIONS, ""},
+        {std::string(2000, 'x'), nullptr, 0, DEQAZ_NOT_MODULE, "unknown module format"}};
+    for (const auto& [bytes, coding, version, code, reason] : refused) {
+        void* qaz = &qaz;
+        size_t size = 1;
+        char* messages = nullptr;
+        EXPECT_EQ(deqaz_pack(bytes.data(), bytes.size(), coding, version, &qaz, &size, &messages), code);
+        EXPECT_EQ(qaz, nullptr);
+        EXPECT_EQ(std::string(messages ? messages : "").substr(0, reason.size()), reason);
+        deqaz_free(messages);
+    }
 }
 
 }  // namespace

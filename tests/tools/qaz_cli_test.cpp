@@ -80,7 +80,8 @@ TEST_F(QazCli, RefusesWhatItCannotDo) {
     const std::string usage = "Usage: qaz [-y] [-s] [-c coding] [-v version] infile [outfile]\n";
     const std::pair<std::vector<std::string>, std::string> refused[] = {
         {{}, "no input file"}, {{"-c", "flac", "x.it"}, "bad sample coding 'flac'"}, {{"-c", "vorbis:2", "x.it"}, "bad sample coding 'vorbis:2'"},
-        {{"-c", "mp3:999", "x.it"}, "bad sample coding 'mp3:999'"}, {{"-v", "3", "x.it"}, "the container version is 4 or 5"},
+        {{"-c", "mp3:999", "x.it"}, "bad sample coding 'mp3:999'"}, {{"-c", "vorbis:abc", "x.it"}, "bad sample coding 'vorbis:abc'"},
+        {{"-c", "mp3:64k", "x.it"}, "bad sample coding 'mp3:64k'"}, {{"-c", "raw:1", "x.it"}, "bad sample coding 'raw:1'"}, {{"-v", "3", "x.it"}, "the container version is 4 or 5"},
         {{"-x", "x.it"}, "unknown option '-x'"}, {{"--quiet", "x.it"}, "unknown option '--quiet'"}, {{"-c"}, "option '-c' needs a value"},
         {{"-y", "a.it", "b.xm", "c.mod"}, "one module at a time: more than infile and outfile named"},
         {{"a.it", "a.it"}, "the output would overwrite the input"}, {{"a.it", "b.MOD"}, "'b.MOD' is a module name, not a QAZ output name"}};

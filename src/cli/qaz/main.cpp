@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "container/qaz_writer.hpp"
+#include "container/encode_module.hpp"
 #include "deqaz/deqaz.h"
 #include "driver/output_file.hpp"
 #include "readers/module_reader.hpp"
@@ -41,37 +41,6 @@ const char USAGE[] =
     "   infile/outfile can be STDIN/STDOUT to use standard input/output\n"
     "   --help, --version: this text, the version\n"
     "   info: what QAZ files or modules hold (--json: one JSON object per file)\n";
-
-// Sets every sample with data of its own to the chosen lossless coding.
-void setLossless(SongHeader& song, uint16_t coding) {
-    for (SampleRecord& s : song.samples)
-        if (s.storedSize >= 0) s.flags = static_cast<uint16_t>((s.flags & ~SF_CODING_MASK) | coding);
-}
-
-// The lossless coding every sample gets, or AUTO: the smallest for each sample.
-constexpr uint16_t AUTO = 0xFFFF;
-
-bool parseCoding(const std::string& arg, QazWriteOptions& options, uint16_t& lossless) {
-    const std::string name = arg.substr(0, arg.find(':'));
-    const char* value = arg.find(':') == std::string::npos ? nullptr : arg.c_str() + arg.find(':') + 1;
-    if (name == "auto") lossless = AUTO;
-    else if (name == "raw") lossless = 0;
-    else if (name == "delta") lossless = SF_DELTA;
-    else if (name == "predict") lossless = SF_PREDICT;
-    else if (name == "vorbis") {
-        options.lossy = LossyCoding::Vorbis;
-        options.shareVorbisHeaders = true;
-        if (value) options.vorbisQuality = std::strtof(value, nullptr);
-        return options.vorbisQuality >= -0.1f && options.vorbisQuality <= 1.0f;
-    } else if (name == "mp3") {
-        options.lossy = LossyCoding::Layer3;
-        if (value) options.layer3Bitrate = std::atoi(value);
-        return options.layer3Bitrate >= 8 && options.layer3Bitrate <= 320;
-    } else {
-        return false;
-    }
-    return true;
-}
 
 bool sameFile(const std::string& a, const std::string& b) {
     std::error_code ec;
@@ -128,8 +97,7 @@ bool readAll(std::FILE* f, std::vector<uint8_t>& data) {
 int main(int argc, char** argv) {
     if (argc > 1 && std::strcmp(argv[1], "info") == 0) return runInfo(argc - 2, argv + 2);
     int silent = 0, overwrite = 0;
-    QazWriteOptions options;
-    uint16_t lossless = AUTO;
+    EncodeSettings settings;
     std::string coding = "auto";
     int arg = 1;
     for (; arg < argc && argv[arg][0] == '-' && argv[arg][1] != 0; ++arg) {
@@ -143,13 +111,13 @@ int main(int argc, char** argv) {
         else if (sw == "-c" || sw == "-v") {
             const std::string value = argv[++arg];
             if (sw == "-c") coding = value;
-            else options.version = value == "4" ? 4 : value == "5" ? 5 : 0;
+            else settings.write.version = value == "4" ? 4 : value == "5" ? 5 : 0;
         } else
             return refuse("unknown option '" + sw + "'");
     }
     if (arg >= argc) return refuse("no input file");
-    if (!parseCoding(coding, options, lossless)) return refuse("bad sample coding '" + coding + "'");
-    if (options.version != 4 && options.version != 5) return refuse("the container version is 4 or 5");
+    if (!parseCoding(coding, settings)) return refuse("bad sample coding '" + coding + "'");
+    if (settings.write.version != 4 && settings.write.version != 5) return refuse("the container version is 4 or 5");
     const char* inputName = argv[arg];
     const char* outputArg = arg + 1 < argc ? argv[arg + 1] : nullptr;
     // A second module named where the output goes is a mistake (`qaz -y *`), never an output.
@@ -175,23 +143,16 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    ReadResult read = readModule(data.data(), data.size());
-    if (!read.song) {
-        say("error: " + read.error + "\n");
+    const EncodeResult encoded = encodeModule(data.data(), data.size(), settings);
+    for (const std::string& w : encoded.warnings) say("warn: " + w + "\n");
+    if (encoded.song)
+        say("name: " + encoded.song->name + "\noriginal format: " + std::to_string(encoded.song->channels) + "ch " +
+            originExtension(encoded.song->origin()) + "\n");
+    if (encoded.code != 0) {
+        say("error: " + encoded.error + "\n");
         return 3;
     }
-    for (const std::string& w : read.warnings) say("warn: " + w + "\n");
-    // Lossy coding keeps a sample lossless where the codec would not make it smaller.
-    if (lossless == AUTO) chooseSmallestLossless(*read.song);
-    else setLossless(*read.song, lossless);
-    say("name: " + read.song->name + "\noriginal format: " + std::to_string(read.song->channels) + "ch " +
-        originExtension(read.song->origin()) + "\n");
-
-    std::vector<uint8_t> qaz = writeQaz(*read.song, options);
-    if (qaz.empty()) {
-        say("error: A sample could not be encoded!\n");
-        return 3;
-    }
+    const std::vector<uint8_t>& qaz = encoded.qaz;
     std::string name;
     if (!formOutputName(inputName, outputArg, "qaz", name)) {
         say("error: Output file name is too long!\n");

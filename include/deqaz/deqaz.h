@@ -24,6 +24,30 @@ extern "C" {
  * failure *module is NULL and *module_size 0. `ext` may be NULL. */
 int deqaz_convert(const void *qaz, size_t qaz_size, void **module, size_t *module_size, char ext[4]);
 
+/* Options of deqaz_convert_ex; a zeroed struct (or NULL) gives deqaz_convert's exact bytes. */
+#define DEQAZ_FOR_PLAYERS 1u /* two header bytes as players need them: MTM beats per track 64
+                                (not 0), S3M empty sample slots typed 0 (not 1) */
+typedef struct deqaz_options {
+    unsigned flags;      /* DEQAZ_FOR_PLAYERS */
+    uint64_t max_output; /* the largest module to write; 0 for the formats' limit, 4 GiB - 1 */
+} deqaz_options;
+
+/* What deqaz_convert_ex made. Release `module`, `messages` and `notes` with deqaz_free. */
+typedef struct deqaz_result {
+    void *module;       /* the module (NULL on failure) */
+    size_t module_size;
+    char ext[4];        /* "it", "xm", "s3m", "mod" or "mtm" */
+    char *messages;     /* what the deqaz program would print about the conversion (its warnings
+                           and, on failure, its error), a line each; NULL when none */
+    char *notes;        /* what the writer left out, cut to fit or fixed for players, a line
+                           each; NULL when none */
+} deqaz_result;
+
+/* deqaz_convert with options, and with the converter's messages and the writer's notes. Returns
+ * the codes of deqaz_convert (a module past max_output is DEQAZ_DAMAGED, "Insufficient memory");
+ * `result` is filled in every case. */
+int deqaz_convert_ex(const void *qaz, size_t qaz_size, const deqaz_options *options, deqaz_result *result);
+
 /* One sample of a QAZ file, as deqaz_inspect describes it. */
 typedef struct deqaz_sample_info {
     const char *name;

@@ -2,6 +2,7 @@
 // every message kept in a context of the call's own and nothing printed.
 #include "deqaz/deqaz.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -18,12 +19,10 @@ using namespace deqaz;
 namespace {
 
 // Loads a QAZ file; null with `code` set to the result the caller returns.
-std::unique_ptr<SongHeader> load(const void* qaz, size_t qazSize, bool sampleData, int& code) {
+std::unique_ptr<SongHeader> load(const void* qaz, size_t qazSize, bool sampleData, int& code, Diagnostics& diag) {
     const auto* bytes = static_cast<const uint8_t*>(qaz);
     code = DEQAZ_NOT_QAZ;
     if (!bytes || qazSize > UINT32_MAX || !hasQazMagic(bytes, qazSize)) return nullptr;
-    Diagnostics diag;
-    diag.err = nullptr;  // a library prints nothing
     if (sampleData) initLossyDecoders();
     InputStream in{bytes, static_cast<uint32_t>(qazSize), 0};
     std::unique_ptr<SongHeader> song = loadModule(in, diag, sampleData);
@@ -39,26 +38,70 @@ const char* place(char*& strings, const std::string& text) {
     return at;
 }
 
+// A copy of `text` for the caller (null for an empty text); false when memory runs out.
+bool handOut(const std::string& text, char** out) {
+    *out = nullptr;
+    if (text.empty()) return true;
+    *out = static_cast<char*>(std::malloc(text.size() + 1));
+    if (*out) std::memcpy(*out, text.c_str(), text.size() + 1);
+    return *out != nullptr;
+}
+
 }  // namespace
+
+extern "C" int deqaz_convert_ex(const void* qaz, size_t qazSize, const deqaz_options* options, deqaz_result* result) {
+    if (!result) return DEQAZ_NOT_QAZ;
+    *result = deqaz_result{};
+    char* printed = nullptr;
+    size_t printedSize = 0;
+    int code = DEQAZ_DAMAGED;
+    std::string notes;
+    try {
+        // What the program would print goes to a buffer of the call's own.
+        Diagnostics diag;
+        diag.err = open_memstream(&printed, &printedSize);
+        std::unique_ptr<SongHeader> song;
+        if (diag.err) song = load(qaz, qazSize, true, code, diag);
+        OutputBuffer out;
+        if (options && options->max_output) out.setLimit(options->max_output);
+        if (song && !writeModule(*song, out, diag, options && (options->flags & DEQAZ_FOR_PLAYERS))) {
+            diag.setError("Insufficient memory");
+            code = DEQAZ_DAMAGED;
+        } else if (song) {
+            result->module_size = out.outputSize();
+            result->module = out.release();
+            std::strcpy(result->ext, originExtension(song->origin()));
+        }
+        if (code == DEQAZ_NOT_QAZ) diag.setError("This is not a QAZ file!");
+        if (code != DEQAZ_OK) diag.say((std::string("error: ") + diag.errorText + "\n").c_str());
+        for (const std::string& n : diag.notes) notes += n + "\n";
+        if (diag.err) std::fclose(diag.err);
+    } catch (const std::bad_alloc&) {
+        code = DEQAZ_DAMAGED;
+    }
+    const std::string text = printed ? std::string(printed, printedSize) : std::string();
+    std::free(printed);
+    if (!handOut(text, &result->messages) || !handOut(notes, &result->notes)) code = DEQAZ_DAMAGED;
+    if (code != DEQAZ_OK) {
+        deqaz_free(result->module);
+        result->module = nullptr;
+        result->module_size = 0;
+    }
+    return code;
+}
 
 extern "C" int deqaz_convert(const void* qaz, size_t qazSize, void** module, size_t* moduleSize, char ext[4]) {
     if (module) *module = nullptr;
     if (moduleSize) *moduleSize = 0;
     if (!module || !moduleSize) return DEQAZ_NOT_QAZ;
-    try {
-        int code;
-        const std::unique_ptr<SongHeader> song = load(qaz, qazSize, true, code);
-        Diagnostics diag;
-        diag.err = nullptr;
-        OutputBuffer out;
-        if (!song || !writeModule(*song, out, diag)) return song ? DEQAZ_DAMAGED : code;
-        *moduleSize = out.outputSize();
-        *module = out.release();
-        if (ext) std::strcpy(ext, originExtension(song->origin()));
-        return DEQAZ_OK;
-    } catch (const std::bad_alloc&) {
-        return DEQAZ_DAMAGED;
-    }
+    deqaz_result r;
+    const int code = deqaz_convert_ex(qaz, qazSize, nullptr, &r);
+    deqaz_free(r.messages);
+    deqaz_free(r.notes);
+    *module = r.module;
+    *moduleSize = r.module_size;
+    if (ext && code == DEQAZ_OK) std::strcpy(ext, r.ext);
+    return code;
 }
 
 extern "C" int deqaz_inspect(const void* qaz, size_t qazSize, deqaz_info** info) {
@@ -66,7 +109,9 @@ extern "C" int deqaz_inspect(const void* qaz, size_t qazSize, deqaz_info** info)
     *info = nullptr;
     try {
         int code;
-        const std::unique_ptr<SongHeader> song = load(qaz, qazSize, false, code);
+        Diagnostics diag;
+        diag.err = nullptr;  // nothing printed
+        const std::unique_ptr<SongHeader> song = load(qaz, qazSize, false, code, diag);
         if (!song) return code;
         const ModuleInfo m = describeModule(*song, static_cast<const uint8_t*>(qaz)[3], static_cast<const uint8_t*>(qaz), qazSize);
         // One block: the info, the sample array, then the strings.

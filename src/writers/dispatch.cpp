@@ -16,9 +16,9 @@ WriterFn writerFor(uint32_t songFlags) {
     return &writeXm;
 }
 
-bool writeModule(const SongHeader& song, OutputBuffer& out, Diagnostics& diag) {
+bool writeModule(const SongHeader& song, OutputBuffer& out, Diagnostics& diag, bool forPlayers) {
     out.reset();
-    WriteContext ctx{song, out, diag};
+    WriteContext ctx{song, out, diag, forPlayers};
     writerFor(song.flags)(ctx);
     return !out.failed();
 }

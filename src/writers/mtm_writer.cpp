@@ -153,6 +153,10 @@ void writeMtm(WriteContext& ctx) {
 
     std::array<uint8_t, MTM_HEADER_SIZE> header{};
     buildHeader(song, counts, header.data());
+    if (ctx.forPlayers) {
+        header[32] = MTM_ROWS;
+        ctx.diag.note("MTM beats per track written as 64 for players (the converter writes 0)");
+    }
     out.appendOutput(header.data(), header.size());
 
     {

@@ -228,8 +228,12 @@ void writeS3m(WriteContext& ctx) {
             out.patch16(tableAt + 2 * i, static_cast<uint16_t>(paragraphHere(out)));
             scratch.fill(0);
             buildSample(song, i, scratch.data());
+            if (ctx.forPlayers && song.samples[i].length == 0) scratch[0] = 0;
             out.appendOutput(scratch.data(), scratch.size());
         }
+        if (ctx.forPlayers && std::any_of(song.samples.begin(), song.samples.begin() + counts.samples,
+                                          [](const SampleRecord& s) { return s.length == 0; }))
+            ctx.diag.note("S3M empty sample slots typed 0 for players (the converter writes 1)");
     }
 
     const TranslateContext tctx{targetOf(song.flags), &ctx.diag};

@@ -14,11 +14,15 @@ struct WriteContext {
     const SongHeader& song;
     OutputBuffer& out;
     Diagnostics& diag;
+    // Two header bytes as players need them rather than as this converter has always written
+    // them: MTM beats per track 64 (not 0), S3M empty sample slots typed 0 (not 1). Each fix
+    // applied is noted.
+    bool forPlayers = false;
 };
 
 // Resets the buffer and runs the writer chosen by the origin flags. Returns false only when the
 // output buffer failed (no memory, or output past 32-bit offsets).
-bool writeModule(const SongHeader& song, OutputBuffer& out, Diagnostics& diag);
+bool writeModule(const SongHeader& song, OutputBuffer& out, Diagnostics& diag, bool forPlayers = false);
 
 void writeIt(WriteContext& ctx);
 void writeXm(WriteContext& ctx);

@@ -72,6 +72,41 @@ TEST(Api, RefusesWhatIsNotAWholeQazFile) {
 }
 
 
+// The variant with options: exact bytes by default, the two header bytes players need on request
+// (each fix noted), an output limit, and the messages the program would print.
+TEST(Api, ConvertsWithOptionsAndReportsMessages) {
+    for (auto [flags, headerByte, fix] : {std::tuple{SH_ORIGIN_MTM, 32, "MTM beats per track"}, {SH_ORIGIN_S3M, -1, "S3M empty sample"}}) {
+        const std::vector<uint8_t> qaz = writeQaz(makeRichModule(flags));
+        const Converted exact = convert(qaz);
+        deqaz_options options{DEQAZ_FOR_PLAYERS, 0};
+        deqaz_result r;
+        ASSERT_EQ(deqaz_convert_ex(qaz.data(), qaz.size(), &options, &r), DEQAZ_OK);
+        const std::string bytes(static_cast<const char*>(r.module), r.module_size);
+        ASSERT_EQ(bytes.size(), exact.bytes.size());
+        std::vector<size_t> changed;
+        for (size_t i = 0; i < bytes.size(); ++i)
+            if (bytes[i] != exact.bytes[i]) changed.push_back(i);
+        ASSERT_EQ(changed.size(), 1u) << fix;
+        if (headerByte >= 0) {
+            EXPECT_EQ(changed[0], static_cast<size_t>(headerByte));
+        }
+        EXPECT_EQ(bytes[changed[0]], headerByte >= 0 ? 64 : 0);
+        EXPECT_NE(std::string(r.notes ? r.notes : "").find(fix), std::string::npos) << (r.notes ? r.notes : "");
+        EXPECT_STREQ(r.ext, flags == SH_ORIGIN_MTM ? "mtm" : "s3m");
+        deqaz_free(r.module), deqaz_free(r.messages), deqaz_free(r.notes);
+
+        options = {0, 1000};  // too small for the module
+        EXPECT_EQ(deqaz_convert_ex(qaz.data(), qaz.size(), &options, &r), DEQAZ_DAMAGED);
+        EXPECT_EQ(r.module, nullptr);
+        EXPECT_STREQ(r.messages, "error: Insufficient memory\n");
+        deqaz_free(r.messages), deqaz_free(r.notes);
+    }
+    deqaz_result r;
+    EXPECT_EQ(deqaz_convert_ex("QAZ\x09", 4, nullptr, &r), DEQAZ_NOT_QAZ);
+    EXPECT_STREQ(r.messages, "error: This is not a QAZ file!\n");
+    deqaz_free(r.messages);
+}
+
 // Inspection reads the records alone: per sample the coding the file stores, its sizes (which
 // with the packed body make up the whole file) and the sample a copy repeats.
 TEST(Api, InspectsWithoutConverting) {

@@ -14,8 +14,18 @@ ctest --test-dir build-asan --output-on-failure -j"$(nproc)" || status=1
 
 # The library converting on several threads at once, under ThreadSanitizer.
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDEQAZ_TSAN=ON >/dev/null
-cmake --build build-tsan --target api_test -j"$(nproc)"
+cmake --build build-tsan --target api_test qaz -j"$(nproc)"
 TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/api_test || status=1
+# qaz packing and unpacking a folder of corpus modules on four threads (a race exits with 66).
+tsan_dir=$(mktemp -d)
+mkdir "$tsan_dir/in"
+find ../shared/corpus -name '*.xm' -size -200k | sort | head -n 12 | xargs -I{} cp {} "$tsan_dir/in/"
+for step in "pack -j 4 $tsan_dir/in" "unpack -j 4 -o $tsan_dir/out $tsan_dir/in"; do
+  rc=0
+  TSAN_OPTIONS=halt_on_error=1:exitcode=66 build-tsan/qaz $step 2>"$tsan_dir/log" || rc=$?
+  if [ "$rc" = 66 ]; then cat "$tsan_dir/log"; status=1; fi
+done
+rm -rf "$tsan_dir"
 
 # Fuzz smoke run: every libFuzzer target (clang, ASan + UBSan) for about ten seconds from freshly
 # written seeds. A crash, a sanitizer report, a failed property check or a timeout fails the run;

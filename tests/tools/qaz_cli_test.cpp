@@ -2,6 +2,7 @@
 // same bytes whichever way it was written (file or pipe, version 4 or 5, any lossless coding).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -116,6 +117,35 @@ TEST_F(QazCli, RefusesWhatItCannotDo) {
     r = qaz({"song.xm"});
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(dir.get("song.qaz"), "keep");
+}
+
+// Whole folders both ways: the good files converted (unpacked exactly as deqaz does with
+// --exact), each bad one named with its reason, the exit status saying so; an existing file is
+// never replaced without -f, and an input never.
+TEST_F(QazCli, PacksAndUnpacksWholeFolders) {
+    for (const char* name : {"in/a.xm", "in/sub/b.xm"}) dir.put(name, readFile(CORPUS_MODULE));
+    dir.put("in/sub/bad.mod", std::string(2000, 'x'));
+    ProcessResult r = qaz({"pack", "-r", "-j", "2", "in"});
+    EXPECT_EQ(r.exitCode, 3);
+    EXPECT_NE(r.err.find("qaz: in/sub/bad.mod: unknown module format"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("qaz: 3 files, 1 failed, "), std::string::npos) << r.err;
+    const std::string reference = converted("in/a.qaz");
+    dir.put("in/sub/cut.qaz", dir.get("in/a.qaz").substr(0, 100));
+    r = qaz({"unpack", "-r", "--json", "--exact", "-o", "out", "in"});
+    EXPECT_EQ(r.exitCode, 3);
+    EXPECT_EQ(dir.get("out/a.xm"), reference);
+    EXPECT_EQ(dir.get("out/sub/b.xm"), reference);
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 3);
+    EXPECT_NE(r.out.find(R"({"file":"in/sub/cut.qaz","error":"Something is wrong with this file!","notes":[]})"), std::string::npos);
+    EXPECT_NE(r.out.find(R"({"file":"in/a.qaz","output":"out/a.xm","format":"xm","bytes_in":)"), std::string::npos) << r.out;
+
+    dir.put("out/a.xm", "keep");
+    r = qaz({"unpack", "in/a.qaz", "-o", "out", "in/a.xm"});
+    EXPECT_EQ(r.exitCode, 3);
+    EXPECT_NE(r.err.find("qaz: in/a.qaz: out/a.xm exists (-f replaces it)\n"), std::string::npos) << r.err;
+    r = qaz({"unpack", "-f", "in/a.qaz", "in/a.xm"});
+    EXPECT_NE(r.err.find("qaz: in/a.qaz: in/a.xm is an input of this run\n"), std::string::npos) << r.err;
+    EXPECT_EQ(dir.get("out/a.xm") + dir.get("in/a.xm"), "keep" + readFile(CORPUS_MODULE));
 }
 
 }  // namespace

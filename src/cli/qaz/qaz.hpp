@@ -16,5 +16,7 @@ std::string json(const std::string& text);
 
 // qaz info [--json] FILE...
 int runInfo(int argc, char** argv);
+// qaz pack / qaz unpack [options] FILE|DIR...
+int runBatch(bool pack, int argc, char** argv);
 
 }  // namespace deqaz::cli

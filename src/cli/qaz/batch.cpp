@@ -1,6 +1,10 @@
-// qaz pack and qaz unpack: whole collections, through the library, on every core.
+// qaz pack, unpack and verify: whole collections, through the library, on every core.
 //   qaz pack   [-r] [-f] [-o DIR] [-j N] [--json] [--strict] [-c CODING] [-v VERSION] FILE|DIR...
 //   qaz unpack [-r] [-f] [-o DIR] [-j N] [--json] [--exact] FILE|DIR...
+//   qaz verify [-r] [-j N] [--json] [-c CODING] [-v VERSION] FILE|DIR...
+// verify packs each module in memory, converts it back and compares: identical, or how many
+// bytes differ, and whether the module as converted back packs to the same QAZ file again (what
+// the container cannot hold is lost once, and only once); nothing is written.
 // A folder gives the files in it with the mode's extensions (-r: also in its subfolders); a file
 // named on the command line is taken whatever its name. Each output goes beside its input, or
 // under DIR keeping its path below the folder it was found in. One bad file never stops the batch:
@@ -37,7 +41,7 @@ struct Job {
 };
 
 struct Batch {
-    bool pack = true, recurse = false, force = false, json = false, exact = false, strict = false;
+    bool pack = true, verify = false, recurse = false, force = false, json = false, exact = false, strict = false;
     fs::path outDir;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
     EncodeSettings settings;
@@ -46,7 +50,7 @@ struct Batch {
 
     std::mutex lock;  // guards what follows, and the terminal
     std::set<fs::path> claimed;
-    size_t done = 0, failed = 0;
+    size_t done = 0, failed = 0, differ = 0;
     uint64_t bytesIn = 0, bytesOut = 0;
     std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
     bool progress = false;
@@ -143,6 +147,11 @@ struct Outcome {
     uint64_t in = 0, out = 0;
     std::vector<std::string> notes;
     int lossy = -1, lossless = 0;  // pack with a lossy coding: samples coded so, and not
+    // verify: bytes of the converted module that differ from the original (its size counts as
+    // differing bytes where the two lengths part), the first such offset, and whether it packs
+    // to the same QAZ file again.
+    uint64_t differing = 0, firstDifference = 0;
+    bool stable = true;
 };
 
 std::vector<std::string> lines(const char* text) {
@@ -207,6 +216,32 @@ Outcome packOne(Batch& b, const Job& job) {
     return o;
 }
 
+Outcome verifyOne(Batch& b, const Job& job) {
+    Outcome o;
+    std::vector<uint8_t> data;
+    if (!readFile(job.input, data, o.error)) return o;
+    o.in = data.size();
+    const EncodeResult first = encodeModule(data.data(), data.size(), b.settings);
+    o.notes = first.warnings;
+    if (first.code != 0) return o.error = first.error, o;
+    o.format = originExtension(first.song->origin());
+    deqaz_result r;
+    const int code = deqaz_convert_ex(first.qaz.data(), first.qaz.size(), nullptr, &r);
+    for (const std::string& n : lines(r.notes)) o.notes.push_back(n);
+    deqaz_free(r.messages), deqaz_free(r.notes);
+    if (code != DEQAZ_OK) return o.error = "its QAZ file does not convert back", o;
+    const auto* back = static_cast<const uint8_t*>(r.module);
+    o.out = r.module_size;
+    const size_t common = std::min<size_t>(data.size(), r.module_size);
+    o.differing = std::max<size_t>(data.size(), r.module_size) - common;
+    o.firstDifference = common;
+    for (size_t i = common; i-- > 0;)
+        if (data[i] != back[i]) ++o.differing, o.firstDifference = i;
+    if (o.differing) o.stable = encodeModule(back, r.module_size, b.settings).qaz == first.qaz;
+    deqaz_free(r.module);
+    return o;
+}
+
 std::string humanBytes(uint64_t bytes) {
     char text[32];
     if (bytes >= 1000000) std::snprintf(text, sizeof text, "%.1f MB", static_cast<double>(bytes) / 1e6);
@@ -222,15 +257,21 @@ void report(Batch& b, const Job& job, const Outcome& o) {
     b.failed += !ok;
     b.bytesIn += ok ? o.in : 0;
     b.bytesOut += ok ? o.out : 0;
+    b.differ += ok && o.differing;
     if (b.progress) std::fputs("\r\033[K", stderr);
     if (b.json) {
         std::string line = "{\"file\":" + json(job.input.string());
         if (!ok) {
             line += ",\"error\":" + json(o.error);
         } else {
-            line += ",\"output\":" + json(o.output.string()) + ",\"format\":\"" + o.format + "\",\"bytes_in\":" +
+            if (!b.verify) line += ",\"output\":" + json(o.output.string());
+            line += ",\"format\":\"" + o.format + "\",\"bytes_in\":" +
                     std::to_string(o.in) + ",\"bytes_out\":" + std::to_string(o.out);
             if (o.lossy >= 0) line += ",\"samples_lossy\":" + std::to_string(o.lossy) + ",\"samples_lossless\":" + std::to_string(o.lossless);
+            if (b.verify)
+                line += std::string(",\"identical\":") + (o.differing ? "false" : "true") + ",\"bytes_differing\":" +
+                        std::to_string(o.differing) + (o.differing ? ",\"first_difference\":" + std::to_string(o.firstDifference) : "") +
+                        ",\"stable\":" + (o.stable ? "true" : "false");
         }
         line += ",\"notes\":[";
         for (size_t i = 0; i < o.notes.size(); ++i) line += (i ? "," : "") + json(o.notes[i]);
@@ -240,6 +281,13 @@ void report(Batch& b, const Job& job, const Outcome& o) {
         std::fprintf(stderr, "qaz: %s: %s\n", job.input.c_str(), o.error.c_str());
     } else {
         for (const std::string& n : o.notes) std::fprintf(stderr, "qaz: %s: %s\n", job.input.c_str(), n.c_str());
+        if (b.verify && !o.differing) std::printf("%s: identical\n", job.input.c_str());
+        if (b.verify && o.differing)
+            std::printf("%s: %llu of %llu bytes differ, the first at %llu; %s\n", job.input.c_str(),
+                        static_cast<unsigned long long>(o.differing), static_cast<unsigned long long>(o.in),
+                        static_cast<unsigned long long>(o.firstDifference),
+                        o.stable ? "it reads back the same" : "it reads back differently");
+        std::fflush(stdout);
         if (o.lossy >= 0 && o.lossless > 0)
             std::fprintf(stderr, "qaz: %s: %d samples coded lossily, %d kept lossless (the lossy stream was not smaller)\n",
                          job.input.c_str(), o.lossy, o.lossless);
@@ -255,24 +303,26 @@ void report(Batch& b, const Job& job, const Outcome& o) {
 
 }  // namespace
 
-int runBatch(bool pack, int argc, char** argv) {
+int runBatch(const std::string& mode, int argc, char** argv) {
     Batch b;
+    const bool pack = mode != "unpack";
     b.pack = pack;
+    b.verify = mode == "verify";
     std::vector<std::string> operands;
     std::string coding = "auto";
     bool options = true;
     for (int i = 0; i < argc; ++i) {
         const std::string arg = argv[i];
-        const bool takesValue = arg == "-o" || arg == "-j" || (pack && (arg == "-c" || arg == "-v"));
+        const bool takesValue = (arg == "-o" && !b.verify) || arg == "-j" || (pack && (arg == "-c" || arg == "-v"));
         if (options && takesValue && i + 1 == argc) return refuse("option '" + arg + "' needs a value");
         if (!options || arg == "-" || arg.empty() || arg[0] != '-') operands.push_back(arg);
         else if (arg == "--") options = false;
         else if (arg == "-r") b.recurse = true;
-        else if (arg == "-f") b.force = true;
+        else if (arg == "-f" && !b.verify) b.force = true;
         else if (arg == "--json") b.json = true;
         else if (arg == "--exact" && !pack) b.exact = true;
-        else if (arg == "--strict" && pack) b.strict = true;
-        else if (arg == "-o") b.outDir = argv[++i];
+        else if (arg == "--strict" && pack && !b.verify) b.strict = true;
+        else if (arg == "-o" && !b.verify) b.outDir = argv[++i];
         else if (arg == "-c" && pack) coding = argv[++i];
         else if (arg == "-v" && pack) {
             const std::string v = argv[++i];
@@ -283,12 +333,12 @@ int runBatch(bool pack, int argc, char** argv) {
             if (*end != 0 || n < 1 || n > 1024) return refuse(std::string("bad job count '") + argv[i] + "'");
             b.jobs = static_cast<unsigned>(n);
         } else {
-            return refuse("unknown option '" + arg + "' for " + (pack ? "pack" : "unpack"));
+            return refuse("unknown option '" + arg + "' for " + mode);
         }
     }
     if (pack && !parseCoding(coding, b.settings)) return refuse("bad sample coding '" + coding + "'");
     if (pack && b.settings.write.version != 4 && b.settings.write.version != 5) return refuse("the container version is 4 or 5");
-    if (operands.empty()) return refuse(std::string(pack ? "pack" : "unpack") + " needs a file or folder");
+    if (operands.empty()) return refuse(mode + " needs a file or folder");
 
     int status = 0;
     for (const std::string& operand : operands) {
@@ -307,7 +357,7 @@ int runBatch(bool pack, int argc, char** argv) {
         for (size_t i; (i = next++) < b.files.size();) {
             Outcome o;
             try {
-                o = pack ? packOne(b, b.files[i]) : unpackOne(b, b.files[i]);
+                o = b.verify ? verifyOne(b, b.files[i]) : pack ? packOne(b, b.files[i]) : unpackOne(b, b.files[i]);
             } catch (const std::exception&) {
                 o.error = "Insufficient memory";
             }
@@ -325,7 +375,8 @@ int runBatch(bool pack, int argc, char** argv) {
                  b.files.size() == 1 ? "" : "s", b.failed,
                  humanBytes(b.bytesIn).c_str(), humanBytes(b.bytesOut).c_str(),
                  b.bytesIn ? 100.0 * static_cast<double>(b.bytesOut) / static_cast<double>(b.bytesIn) : 0.0, seconds);
-    return b.failed ? 3 : status;
+    if (b.verify) std::fprintf(stderr, "qaz: %zu identical, %zu differ\n", b.files.size() - b.failed - b.differ, b.differ);
+    return b.failed ? 3 : status ? status : b.differ ? 4 : 0;
 }
 
 }  // namespace deqaz::cli

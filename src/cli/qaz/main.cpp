@@ -1,7 +1,7 @@
 // qaz: the QAZ encoder. Reads an IT, XM, S3M, MOD or MTM module and writes it as a QAZ file that
 // deqaz converts back.
 //   qaz [-y] [-s] [-c CODING] [-v VERSION] infile [outfile]
-//   qaz pack|unpack [options] FILE|DIR...   (batch.cpp)
+//   qaz pack|unpack|verify [options] FILE|DIR...   (batch.cpp)
 //   qaz info [--json] FILE...                (info.cpp)
 // CODING: auto (the default: each sample in its smallest lossless coding, repeated sample data
 // stored once), raw, delta, predict (every sample so), vorbis[:QUALITY] (-0.1 to 1.0, default
@@ -36,6 +36,7 @@ const char USAGE[] =
     "Usage: qaz [-y] [-s] [-c coding] [-v version] infile [outfile]\n"
     "       qaz pack [-r] [-f] [-o dir] [-j n] [--json] [--strict] [-c coding] [-v version] file|dir...\n"
     "       qaz unpack [-r] [-f] [-o dir] [-j n] [--json] [--exact] file|dir...\n"
+    "       qaz verify [-r] [-j n] [--json] [-c coding] [-v version] file|dir...\n"
     "       qaz info [--json] file...\n"
     "   -y = always overwrite\n"
     "   -s = silent mode (no text output, always overwrite)\n"
@@ -47,6 +48,7 @@ const char USAGE[] =
     "     -r = recurse into subfolders   -f = replace existing outputs   -o = output folder\n"
     "     -j = parallel jobs (default: the number of cores)   --json = one JSON object per file\n"
     "     --strict = a module read with warnings fails   --exact = deqaz's bytes, not the player fixes\n"
+    "   verify: packs each module in memory, converts it back and compares (nothing written)\n"
     "   info: what QAZ files or modules hold (--json: one JSON object per file)\n";
 
 bool sameFile(const std::string& a, const std::string& b) {
@@ -103,8 +105,8 @@ bool readAll(std::FILE* f, std::vector<uint8_t>& data) {
 
 int main(int argc, char** argv) {
     if (argc > 1 && std::strcmp(argv[1], "info") == 0) return runInfo(argc - 2, argv + 2);
-    if (argc > 1 && (std::strcmp(argv[1], "pack") == 0 || std::strcmp(argv[1], "unpack") == 0))
-        return runBatch(argv[1][0] == 'p', argc - 2, argv + 2);
+    for (const char* mode : {"pack", "unpack", "verify"})
+        if (argc > 1 && std::strcmp(argv[1], mode) == 0) return runBatch(mode, argc - 2, argv + 2);
     int silent = 0, overwrite = 0;
     EncodeSettings settings;
     std::string coding = "auto";

@@ -16,7 +16,7 @@ std::string json(const std::string& text);
 
 // qaz info [--json] FILE...
 int runInfo(int argc, char** argv);
-// qaz pack / qaz unpack [options] FILE|DIR...
-int runBatch(bool pack, int argc, char** argv);
+// qaz pack / unpack / verify [options] FILE|DIR...
+int runBatch(const std::string& mode, int argc, char** argv);
 
 }  // namespace deqaz::cli

@@ -49,8 +49,8 @@ TEST_F(QazCli, EveryWayOfWritingConvertsBackToTheSameModule) {
         ASSERT_EQ(qaz(all).exitCode, 0);
         EXPECT_EQ(converted("other.qaz"), reference);
     }
-    // Through the pipes, silently: nothing on standard error, the file on standard output.
-    r = qaz({"-s", "STDIN", "STDOUT"}, readFile(CORPUS_MODULE));
+    // Through the pipes ("-" is STDOUT), silently: nothing on standard error, the file on standard output.
+    r = qaz({"-s", "STDIN", "-"}, readFile(CORPUS_MODULE));
     ASSERT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.err, "");
     dir.put("piped.qaz", r.out);

@@ -7,10 +7,11 @@
 // stored once), raw, delta, predict (every sample so), vorbis[:QUALITY] (-0.1 to 1.0, default
 // 0.4, header pages shared between samples) or mp3[:KBPS] (default 128), both only where smaller
 // than the sample's auto coding.
-// infile/outfile may be STDIN/STDOUT. Without outfile the name is infile with its extension
+// infile/outfile may be STDIN/STDOUT or "-" (a terminal is refused as the output). Without outfile the name is infile with its extension
 // replaced by ".qaz". --help and --version print the usage and the version; any other option,
 // or an option without its value, is refused with the reason and the usage.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
@@ -42,7 +43,7 @@ const char USAGE[] =
     "   -s = silent mode (no text output, always overwrite)\n"
     "   -c = sample coding: auto (default), raw, delta, predict, vorbis[:quality], mp3[:kbps]\n"
     "   -v = container version 4 or 5 (default 5)\n"
-    "   infile/outfile can be STDIN/STDOUT to use standard input/output\n"
+    "   infile/outfile can be STDIN/STDOUT or - to use standard input/output\n"
     "   --help, --version: this text, the version\n"
     "   pack, unpack: modules to QAZ files and back, any number of files and folders\n"
     "     -r = recurse into subfolders   -f = replace existing outputs   -o = output folder\n"
@@ -129,8 +130,11 @@ int main(int argc, char** argv) {
     if (arg >= argc) return refuse("no input file");
     if (!parseCoding(coding, settings)) return refuse("bad sample coding '" + coding + "'");
     if (settings.write.version != 4 && settings.write.version != 5) return refuse("the container version is 4 or 5");
-    const char* inputName = argv[arg];
-    const char* outputArg = arg + 1 < argc ? argv[arg + 1] : nullptr;
+    // "-" is standard input or output, as STDIN and STDOUT are.
+    const char* inputName = std::strcmp(argv[arg], "-") == 0 ? "STDIN" : argv[arg];
+    const char* outputArg = arg + 1 < argc ? (std::strcmp(argv[arg + 1], "-") == 0 ? "STDOUT" : argv[arg + 1]) : nullptr;
+    if (outputArg && std::strcmp(outputArg, "STDOUT") == 0 && isatty(STDOUT_FILENO))
+        return refuse("a QAZ file is binary: not written to a terminal");
     // A second module named where the output goes is a mistake (`qaz -y *`), never an output.
     if (arg + 2 < argc) return refuse("one module at a time: more than infile and outfile named");
     if (outputArg && sameFile(inputName, outputArg)) return refuse("the output would overwrite the input");

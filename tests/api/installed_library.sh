@@ -21,6 +21,8 @@ flags=""
 [ "$sanitize" = ON ] && flags="-fsanitize=address,undefined"
 # shellcheck disable=SC2046
 cc -std=c99 -Wall -Wextra -Werror $flags "$source/examples/convert.c" $(pkg-config --cflags --libs deqaz) -o "$scratch/convert"
+# shellcheck disable=SC2046
+cc -std=c99 -Wall -Wextra -Werror $flags "$source/examples/render.c" $(pkg-config --cflags --libs deqaz libxmp) -o "$scratch/render"
 export LD_LIBRARY_PATH="$libdir"
 
 # The same program through the CMake package.
@@ -48,8 +50,12 @@ for ext in it xm s3m mod mtm; do
     "$program" "$scratch/song.qaz" "$scratch/got" >/dev/null
     cmp "$scratch/expected" "$scratch/got" || { echo "$program differs from deqaz on $module"; exit 1; }
   done
-  rm -f "$scratch/song.qaz" "$scratch/expected" "$scratch/got"
+  # Played through libxmp from memory: a WAV file holding sound.
+  "$scratch/render" "$scratch/song.qaz" "$scratch/song.wav" 2 >/dev/null
+  [ "$(head -c 4 "$scratch/song.wav")" = RIFF ] && [ "$(wc -c <"$scratch/song.wav")" -gt 16428 ] ||
+    { echo "render made no sound of $module"; exit 1; }
+  rm -f "$scratch/song.qaz" "$scratch/expected" "$scratch/got" "$scratch/song.wav"
   n=$((n + 1))
 done
 [ "$n" -eq 5 ] || { echo "only $n formats found in $corpus"; exit 1; }
-echo "installed library converts like deqaz: $n formats"
+echo "installed library converts like deqaz and plays through libxmp: $n formats"

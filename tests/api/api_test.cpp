@@ -69,6 +69,21 @@ TEST(Api, RefusesWhatIsNotAWholeQazFile) {
     EXPECT_EQ(deqaz_convert(nullptr, 4, &module, &size, nullptr), DEQAZ_NOT_QAZ);
     EXPECT_EQ(module, nullptr);
     EXPECT_EQ(size, 0u);
+    // Missing out-parameters, and sizes past the container's 32-bit offsets, are refused before
+    // any byte is read.
+    const std::vector<uint8_t> good = writeQaz(makeRichModule());
+    deqaz_info* info = nullptr;
+    const std::pair<int, int> refused[] = {
+        {deqaz_convert(good.data(), good.size(), nullptr, &size, nullptr), DEQAZ_NOT_QAZ},
+        {deqaz_convert(good.data(), good.size(), &module, nullptr, nullptr), DEQAZ_NOT_QAZ},
+        {deqaz_convert(good.data(), size_t{1} << 32, &module, &size, nullptr), DEQAZ_NOT_QAZ},
+        {deqaz_convert_ex(good.data(), good.size(), nullptr, nullptr), DEQAZ_NOT_QAZ},
+        {deqaz_inspect(good.data(), good.size(), nullptr), DEQAZ_NOT_QAZ},
+        {deqaz_inspect(good.data(), size_t{1} << 32, &info), DEQAZ_NOT_QAZ},
+        {deqaz_pack(nullptr, 5, nullptr, 0, &module, &size, nullptr), DEQAZ_BAD_OPTIONS},
+        {deqaz_pack(good.data(), good.size(), nullptr, 0, nullptr, &size, nullptr), DEQAZ_BAD_OPTIONS}};
+    for (auto [result, expected] : refused) EXPECT_EQ(result, expected);
+    EXPECT_EQ(info, nullptr);
 }
 
 

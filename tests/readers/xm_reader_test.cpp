@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "common/endian.hpp"
-#include "reader_roundtrip.hpp"
+#include "readers/reader_roundtrip.hpp"
 
 namespace deqaz {
 namespace {

@@ -1,12 +1,4 @@
-// MTM reader: MultiTracker modules into the module model.
-//
-// File layout, with no padding: a 66-byte header ("MTM", version, song name, number of stored
-// tracks, last pattern, last order, comment length, number of samples, attribute, beats per
-// track, channels, 32 pan positions 0-15); 37-byte sample headers (name, length, loop start and
-// loop end in bytes, finetune, volume, attribute bit 0 = 16-bit); the 128-byte order table; the
-// tracks, 64 rows of 3 bytes each (6-bit note, 6-bit instrument, effect nibble, parameter);
-// per pattern 32 little-endian track numbers (0 = the empty track, not stored); the comment in
-// 40-byte lines; the unsigned sample data.
+// MTM reader: MultiTracker modules into the module model (the layout: mtm_layout.hpp).
 //
 // The module keeps MTM's own tracks: track t of the file is track t of the module and track 0
 // is the empty track, and the pattern track lists are copied, so the writer stores the same
@@ -22,20 +14,14 @@
 #include <cstring>
 
 #include "common/endian.hpp"
+#include "formats/mtm/mtm_layout.hpp"
 #include "readers/module_reader.hpp"
 
 namespace deqaz {
 
 namespace {
 
-constexpr size_t MTM_HEADER = 66;
-constexpr size_t MTM_SAMPLE = 37;
-constexpr unsigned MTM_ORDERS = 128;
-constexpr unsigned MTM_ROWS = 64;
-constexpr size_t MTM_TRACK = MTM_ROWS * 3;
-constexpr unsigned MTM_MAX_CHANNELS = 32;
-constexpr size_t MTM_COMMENT_LINE = 40;
-constexpr uint8_t MTM_NOTE_BIAS = 23;  // note field f is the stored note f + 23 (cell note f + 24)
+using namespace mtm;
 
 ReadResult fail(const char* why) {
     ReadResult r;
@@ -45,13 +31,13 @@ ReadResult fail(const char* why) {
 
 // One stored track: 64 rows of note, instrument and effect.
 std::vector<uint8_t> readTrack(const uint8_t* p) {
-    std::vector<TrackRow> rows(MTM_ROWS);
-    for (unsigned r = 0; r < MTM_ROWS; ++r, p += 3) {
+    std::vector<TrackRow> rows(ROWS);
+    for (unsigned r = 0; r < ROWS; ++r, p += 3) {
         const uint8_t noteField = p[0] >> 2;
         const uint8_t instrument = static_cast<uint8_t>(((p[0] & 3) << 4) | (p[1] >> 4));
         const uint8_t effect = p[1] & 0x0F;
         TrackRow& row = rows[r];
-        if (noteField) row.push_back({CMD_NOTE, static_cast<uint8_t>(noteField + MTM_NOTE_BIAS)});
+        if (noteField) row.push_back({CMD_NOTE, static_cast<uint8_t>(noteField + NOTE_BIAS)});
         if (instrument) row.push_back({CMD_INSTRUMENT, static_cast<uint8_t>(instrument - 1)});
         if (effect || p[2]) row.push_back({static_cast<uint8_t>(effect + 3), p[2]});  // 0-F: commands 3-18
     }
@@ -61,13 +47,13 @@ std::vector<uint8_t> readTrack(const uint8_t* p) {
 // The comment: each 40-byte line up to its first zero byte, ended by a carriage return.
 std::string readComment(const uint8_t* p, size_t length, ReadWarnings& warnings) {
     std::string message;
-    for (size_t at = 0; at < length; at += MTM_COMMENT_LINE) {
-        const size_t width = std::min(MTM_COMMENT_LINE, length - at);
+    for (size_t at = 0; at < length; at += COMMENT_LINE) {
+        const size_t width = std::min(COMMENT_LINE, length - at);
         const char* line = reinterpret_cast<const char*>(p + at);
         const size_t used = ::strnlen(line, width);
         if (std::any_of(line + used, line + width, [](char c) { return c != 0; }))
             warnings.add("MTM: comment text after a zero byte in its line dropped");
-        if (width < MTM_COMMENT_LINE) warnings.add("MTM: short last comment line written padded to 40 bytes");
+        if (width < COMMENT_LINE) warnings.add("MTM: short last comment line written padded to 40 bytes");
         std::string text(line, used);
         if (text.find('\r') != std::string::npos) {
             std::replace(text.begin(), text.end(), '\r', ' ');
@@ -83,14 +69,14 @@ std::string readComment(const uint8_t* p, size_t length, ReadWarnings& warnings)
 
 ReadResult readMtm(const uint8_t* data, size_t size) {
     if (size < 4 || std::memcmp(data, "MTM", 3) != 0) return fail("not an MTM file: no \"MTM\" signature");
-    if (size < MTM_HEADER) return fail("MTM file truncated in its header");
+    if (size < HEADER_SIZE) return fail("MTM file truncated in its header");
     ReadWarnings warnings;
     ByteReader in(data, size);
 
-    in.seek(4);
+    in.seek(NAME);
     auto song = std::make_unique<SongHeader>();
-    song->name = in.text(20);
-    const uint16_t storedTracks = in.u16();
+    song->name = in.text(NAME_SIZE);
+    const uint16_t storedTracks = in.u16();  // the fields from TRACK_COUNT to PANS, in order
     const unsigned patterns = in.u8() + 1u;
     unsigned orders = in.u8() + 1u;
     const uint16_t commentLength = in.u16();
@@ -98,19 +84,19 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
     in.u8();  // attribute
     const uint8_t beatsPerTrack = in.u8();
     unsigned channels = in.u8();
-    std::array<uint8_t, 32> pan;
+    std::array<uint8_t, MAX_CHANNELS> pan;
     in.bytes(pan.data(), pan.size());
 
     if (storedTracks == 0xFFFF) return fail("MTM file has too many tracks");
-    if (channels > MTM_MAX_CHANNELS) {
+    if (channels > MAX_CHANNELS) {
         warnings.add("MTM: channel count above 32 cut to 32");
-        channels = MTM_MAX_CHANNELS;
+        channels = MAX_CHANNELS;
     }
-    if (orders > MTM_ORDERS) {
+    if (orders > ORDERS) {
         warnings.add("MTM: orders past 128 dropped");
-        orders = MTM_ORDERS;
+        orders = ORDERS;
     }
-    if (beatsPerTrack != 0 && beatsPerTrack != MTM_ROWS) warnings.add("MTM: beats per track other than 64 ignored");
+    if (beatsPerTrack != 0 && beatsPerTrack != ROWS) warnings.add("MTM: beats per track other than 64 ignored");
 
     song->flags = SH_ORIGIN_MTM;
     song->channels = static_cast<uint8_t>(channels);
@@ -119,17 +105,17 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
     song->globalVolume = 64;
     song->channelVolume.fill(64);
     song->channelPan.fill(128);
-    for (unsigned c = 0; c < 32; ++c) {
+    for (unsigned c = 0; c < MAX_CHANNELS; ++c) {
         if (pan[c] > 15) warnings.add("MTM: pan positions above 15 cut to 15");
         song->channelPan[c] = static_cast<uint8_t>(std::min<unsigned>(pan[c], 15) * 17);
     }
 
     // Sample headers; the data comes at the end of the file.
-    const size_t samplesAt = MTM_HEADER;
-    const size_t ordersAt = samplesAt + samples * MTM_SAMPLE;
-    const size_t tracksAt = ordersAt + MTM_ORDERS;
-    const size_t listsAt = tracksAt + size_t{storedTracks} * MTM_TRACK;
-    const size_t commentAt = listsAt + size_t{patterns} * 64;
+    const size_t samplesAt = HEADER_SIZE;
+    const size_t ordersAt = samplesAt + samples * SAMPLE_SIZE;
+    const size_t tracksAt = ordersAt + ORDERS;
+    const size_t listsAt = tracksAt + size_t{storedTracks} * TRACK_SIZE;
+    const size_t commentAt = listsAt + size_t{patterns} * TRACK_LIST_SIZE;
     const size_t dataAt = commentAt + commentLength;
     if (tracksAt > size) return fail("MTM file truncated in its sample headers or order table");
 
@@ -138,7 +124,7 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
     in.seek(samplesAt);
     for (unsigned i = 0; i < samples; ++i) {
         SampleRecord& s = song->samples[i];
-        s.name = in.text(22);
+        s.name = in.text(SMP_NAME_SIZE);  // then the fields from SMP_LENGTH to SMP_ATTRIBUTE, in order
         const uint32_t length = in.u32();
         storedBytes[i] = length;
         const uint32_t loopStart = in.u32();
@@ -146,8 +132,8 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
         const uint8_t finetune = in.u8();
         s.volume = in.u8();
         const uint8_t attribute = in.u8();
-        const unsigned shift = (attribute & 1) ? 1 : 0;
-        if (attribute & 1) s.flags |= SF_16BIT;
+        const unsigned shift = (attribute & SMP_16BIT) ? 1 : 0;
+        if (attribute & SMP_16BIT) s.flags |= SF_16BIT;
         if (finetune > 15) warnings.add("MTM: finetune bits above the low nibble dropped");
         s.frequency = static_cast<uint8_t>((finetune & 0x0F) << 4);
         s.pan = -1;
@@ -158,8 +144,8 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
         if (shift && ((length | loopStart | loopEnd) & 1)) warnings.add("MTM: odd byte counts of 16-bit samples rounded down");
     }
 
-    std::array<uint8_t, MTM_ORDERS> table{};
-    std::memcpy(table.data(), data + ordersAt, MTM_ORDERS);
+    std::array<uint8_t, ORDERS> table{};
+    std::memcpy(table.data(), data + ordersAt, ORDERS);
     if (!song->orders.dupBuffer(table.data(), orders)) return fail("Insufficient memory");
     song->orderCount = static_cast<uint16_t>(orders);
     song->hasOrders = true;
@@ -171,10 +157,10 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
     if (!song->tracks[0].dupBuffer(&emptyTrack, 1)) return fail("Insufficient memory");
     bool cut = false;
     for (unsigned t = 1; t <= storedTracks; ++t) {
-        std::array<uint8_t, MTM_TRACK> rows{};
-        const size_t at = tracksAt + size_t{t - 1} * MTM_TRACK;
-        if (at < size) std::memcpy(rows.data(), data + at, std::min(MTM_TRACK, size - at));
-        if (at + MTM_TRACK > size) cut = true;
+        std::array<uint8_t, TRACK_SIZE> rows{};
+        const size_t at = tracksAt + size_t{t - 1} * TRACK_SIZE;
+        if (at < size) std::memcpy(rows.data(), data + at, std::min(TRACK_SIZE, size - at));
+        if (at + TRACK_SIZE > size) cut = true;
         const std::vector<uint8_t> bytes = readTrack(rows.data());
         if (!song->tracks[t].dupBuffer(bytes.data(), bytes.size())) return fail("Insufficient memory");
     }
@@ -184,9 +170,9 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
     if (!song->patternRows.allocate(patterns) || !song->patternTracks.allocZeroed(size_t{patterns} * channels))
         return fail("Insufficient memory");
     for (unsigned p = 0; p < patterns; ++p) {
-        song->patternRows[p] = MTM_ROWS;
-        for (unsigned c = 0; c < 32; ++c) {
-            const size_t at = listsAt + size_t{p} * 64 + 2 * c;
+        song->patternRows[p] = ROWS;
+        for (unsigned c = 0; c < MAX_CHANNELS; ++c) {
+            const size_t at = listsAt + size_t{p} * TRACK_LIST_SIZE + 2 * c;
             if (at + 2 > size) {
                 cut = true;
                 continue;

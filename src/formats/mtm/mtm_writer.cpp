@@ -1,11 +1,8 @@
-// MTM writer: serialises the module as a MultiTracker module.
+// MTM writer: serialises the module as a MultiTracker module (the layout: mtm_layout.hpp).
 //
 // MTM stores tracks (one channel of 64 rows, 3 bytes a row) and per pattern a list of 32 track
-// numbers, which is how the module holds its patterns too, so tracks are written one for one and
-// the pattern-to-track table is copied. Layout, in file order with no padding: 66-byte header,
-// 37-byte sample headers, 128-byte order table, tracks 1 to trackCount - 1 (track 0 is the
-// implicit empty track), the pattern track lists, the song comment in 40-byte lines, and the
-// sample data (unsigned PCM).
+// numbers, which is how the module holds its patterns too, so tracks are written one for one
+// (track 0 is the implicit empty track, not stored) and the pattern-to-track table is copied.
 //
 // Fields hold the low bits of their sums: the counts of tracks, patterns and orders are stored
 // less one (none wraps to all ones), a row's first byte is (note * 4 - 96) + instrument / 16 and
@@ -22,6 +19,7 @@
 
 #include "common/endian.hpp"
 #include "container/track.hpp"
+#include "formats/mtm/mtm_layout.hpp"
 #include "writers/translate.hpp"
 #include "writers/writers.hpp"
 
@@ -29,17 +27,11 @@ namespace deqaz {
 
 namespace {
 
-constexpr unsigned MTM_MAX_CHANNELS = 32;
-constexpr unsigned MTM_MAX_ORDERS = 128;
-constexpr unsigned MTM_ROWS = 64;
-constexpr size_t MTM_HEADER_SIZE = 66;
-constexpr size_t MTM_SAMPLE_SIZE = 37;
-constexpr size_t MTM_COMMENT_LINE = 40;
-constexpr uint32_t COMMENT_LENGTH_FIELD = 28;
-constexpr uint8_t MTM_VERSION = 0x10;
+using namespace mtm;
+
 // Beats per track: written 0 as this converter always has; tracks are 64 rows regardless.
-// (MultiTracker itself writes 64, and libxmp loads only files that say 64.)
-constexpr uint8_t MTM_BEATS_PER_TRACK = 0;
+// (MultiTracker itself writes 64, and libxmp loads only files that say 64: the player fix.)
+constexpr uint8_t CONVERTER_BEATS_PER_TRACK = 0;
 struct MtmCounts {
     unsigned channels;  // written, at most 32
     unsigned orders;    // at most 128
@@ -50,8 +42,8 @@ struct MtmCounts {
 
 MtmCounts countsOf(const SongHeader& song) {
     MtmCounts c{};
-    c.channels = std::min<unsigned>(song.channels, MTM_MAX_CHANNELS);
-    c.orders = static_cast<unsigned>(std::min<size_t>({song.orderCount, song.orders.size(), MTM_MAX_ORDERS}));
+    c.channels = std::min<unsigned>(song.channels, MAX_CHANNELS);
+    c.orders = static_cast<unsigned>(std::min<size_t>({song.orderCount, song.orders.size(), size_t{ORDERS}}));
     c.patterns = song.patternCount;
     c.samples = static_cast<unsigned>(std::min<size_t>(song.sampleCount, song.samples.size()));
     c.tracks = static_cast<unsigned>(std::min<size_t>(song.trackCount, song.tracks.size()));
@@ -60,30 +52,29 @@ MtmCounts countsOf(const SongHeader& song) {
 
 void buildHeader(const SongHeader& song, const MtmCounts& counts, uint8_t* h) {
     std::memcpy(h, "MTM", 3);
-    h[3] = MTM_VERSION;
-    copyName(h + 4, 20, song.name);
-    wr16le(h + 24, static_cast<uint16_t>(counts.tracks - 1));
-    h[26] = static_cast<uint8_t>(counts.patterns - 1);  // last pattern
-    h[27] = static_cast<uint8_t>(counts.orders - 1);    // last order
-    // 28: comment length, patched after the comment.
-    h[30] = static_cast<uint8_t>(counts.samples);
-    // 31: attribute 0.
-    h[32] = MTM_BEATS_PER_TRACK;
-    h[33] = static_cast<uint8_t>(counts.channels);
-    for (unsigned c = 0; c < MTM_MAX_CHANNELS; ++c) h[34 + c] = static_cast<uint8_t>(song.channelPan[c] / 17);
+    h[3] = VERSION;
+    copyName(h + NAME, NAME_SIZE, song.name);
+    wr16le(h + TRACK_COUNT, static_cast<uint16_t>(counts.tracks - 1));
+    h[LAST_PATTERN] = static_cast<uint8_t>(counts.patterns - 1);
+    h[LAST_ORDER] = static_cast<uint8_t>(counts.orders - 1);
+    // COMMENT_LENGTH is patched after the comment; the attribute stays 0.
+    h[SAMPLE_COUNT] = static_cast<uint8_t>(counts.samples);
+    h[BEATS_PER_TRACK] = CONVERTER_BEATS_PER_TRACK;
+    h[CHANNELS] = static_cast<uint8_t>(counts.channels);
+    for (unsigned c = 0; c < MAX_CHANNELS; ++c) h[PANS + c] = static_cast<uint8_t>(song.channelPan[c] / 17);
 }
 
 void buildSample(const SongHeader& song, unsigned index, uint8_t* h) {
     const SampleRecord& smp = song.samples[index];
     const unsigned shift = (smp.flags & SF_16BIT) ? 1 : 0;  // lengths are in bytes
-    copyName(h, 22, sampleNameOrInstrument(song, index));
-    wr32le(h + 22, smp.length << shift);
-    wr32le(h + 26, smp.loopStart << shift);
-    wr32le(h + 30, smp.loopEnd << shift);
+    copyName(h, SMP_NAME_SIZE, sampleNameOrInstrument(song, index));
+    wr32le(h + SMP_LENGTH, smp.length << shift);
+    wr32le(h + SMP_LOOP_START, smp.loopStart << shift);
+    wr32le(h + SMP_LOOP_END, smp.loopEnd << shift);
     // The frequency's first byte holds the finetune in its high nibble.
-    h[34] = static_cast<uint8_t>((smp.frequency & 0xFF) >> 4);
-    h[35] = smp.volume;
-    h[36] = (smp.flags & SF_16BIT) ? 1 : 0;
+    h[SMP_FINETUNE] = static_cast<uint8_t>((smp.frequency & 0xFF) >> 4);
+    h[SMP_VOLUME] = smp.volume;
+    h[SMP_ATTRIBUTE] = (smp.flags & SF_16BIT) ? SMP_16BIT : 0;
 }
 
 // One track row: byte 0 the note field (note - 24) in its top six bits and instrument bits 4-5
@@ -97,10 +88,10 @@ void packRow(const EventCell& cell, uint8_t* row) {
 }
 
 void writeTracks(const SongHeader& song, OutputBuffer& out, unsigned tracks, const TranslateContext& tctx) {
-    std::array<uint8_t, MTM_ROWS * 3> rows;
+    std::array<uint8_t, TRACK_SIZE> rows;
     for (unsigned t = 1; t < tracks; ++t) {
         TrackCursor cursor(song.tracks[t]);
-        for (uint32_t r = 0; r < MTM_ROWS; ++r) {
+        for (uint32_t r = 0; r < ROWS; ++r) {
             EventCell cell;
             translateEvent(cell, cursor.at(r), tctx);
             packRow(cell, rows.data() + 3 * r);
@@ -111,7 +102,7 @@ void writeTracks(const SongHeader& song, OutputBuffer& out, unsigned tracks, con
 
 void writePatternLists(const SongHeader& song, OutputBuffer& out, const MtmCounts& counts) {
     const size_t tableSize = song.patternTracks.size();
-    std::array<uint8_t, MTM_MAX_CHANNELS * 2> list;
+    std::array<uint8_t, TRACK_LIST_SIZE> list;
     for (unsigned p = 0; p < counts.patterns; ++p) {
         list.fill(0);
         for (unsigned c = 0; c < counts.channels; ++c) {
@@ -129,11 +120,11 @@ uint32_t writeComment(const std::string& message, OutputBuffer& out) {
     // The message ends at its first zero byte, as a C string would.
     std::string_view text(message.c_str(), ::strnlen(message.c_str(), message.size()));
     uint32_t written = 0;
-    static constexpr uint8_t zeros[MTM_COMMENT_LINE] = {};
+    static constexpr uint8_t zeros[COMMENT_LINE] = {};
     for (size_t cr = text.find('\r'); cr != std::string_view::npos; cr = text.find('\r')) {
         const std::string_view line = text.substr(0, cr);
         text.remove_prefix(cr + 1);
-        const size_t padding = line.size() < MTM_COMMENT_LINE ? MTM_COMMENT_LINE - line.size() : 0;
+        const size_t padding = line.size() < COMMENT_LINE ? COMMENT_LINE - line.size() : 0;
         out.appendOutput(line.data(), line.size());
         out.appendOutput(zeros, padding);
         written += static_cast<uint32_t>(line.size() + padding);
@@ -151,16 +142,16 @@ void writeMtm(WriteContext& ctx) {
         ctx.diag.note("MTM holds 32 channels; %u more dropped", song.channels - counts.channels);
     if (song.orderCount > counts.orders) ctx.diag.note("MTM holds 128 orders; %u more dropped", song.orderCount - counts.orders);
 
-    std::array<uint8_t, MTM_HEADER_SIZE> header{};
+    std::array<uint8_t, HEADER_SIZE> header{};
     buildHeader(song, counts, header.data());
     if (ctx.forPlayers) {
-        header[32] = MTM_ROWS;
+        header[BEATS_PER_TRACK] = ROWS;
         ctx.diag.note("MTM beats per track written as 64 for players (the converter writes 0)");
     }
     out.appendOutput(header.data(), header.size());
 
     {
-        std::array<uint8_t, MTM_SAMPLE_SIZE> scratch;
+        std::array<uint8_t, SAMPLE_SIZE> scratch;
         for (unsigned i = 0; i < counts.samples; ++i) {
             scratch.fill(0);
             buildSample(song, i, scratch.data());
@@ -168,7 +159,7 @@ void writeMtm(WriteContext& ctx) {
         }
     }
 
-    std::array<uint8_t, MTM_MAX_ORDERS> orders{};
+    std::array<uint8_t, size_t{ORDERS}> orders{};
     std::copy_n(song.orders.data(), counts.orders, orders.begin());
     out.appendOutput(orders.data(), orders.size());
 
@@ -178,7 +169,7 @@ void writeMtm(WriteContext& ctx) {
 
     if (!song.message.empty()) {
         const uint32_t length = writeComment(song.message, out);
-        out.patch16(COMMENT_LENGTH_FIELD, static_cast<uint16_t>(length));
+        out.patch16(COMMENT_LENGTH, static_cast<uint16_t>(length));
     }
 
     // The header counts one channel: a stereo sample's second channel is left out.

@@ -16,6 +16,7 @@ packages=(
   clang libclang-rt-dev                 # scripts/test.sh: the fuzzing build and its smoke run
   schism                                # scripts/roundtrip.sh: Schism Tracker, the round trip's second judge
   xz-utils zstd bc                      # scripts/sizes.sh: the reference compressors and the arithmetic
+  man-db time                           # tests: man -l renders the man pages; bench/unpack_bench.sh times runs
 )
 missing=()
 for p in "${packages[@]}"; do

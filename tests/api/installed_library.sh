@@ -1,8 +1,9 @@
 #!/bin/sh
 # The installed tree as a user builds against it: `cmake --install` into a scratch prefix; the
-# example program compiled with nothing but pkg-config's flags, and a CMake project through
-# find_package(deqaz); both convert QAZ files made by the installed qaz from one corpus module of
-# each format, and the example's bytes must be exactly the installed deqaz's.
+# example programs and a four-thread converter (threads.c) compiled with nothing but
+# pkg-config's flags, and a CMake project through find_package(deqaz); they convert QAZ files
+# made by the installed qaz from one corpus module of each format, and their bytes must be
+# exactly the installed deqaz's; the man pages render.
 #   installed_library.sh BUILD_DIR SOURCE_DIR SANITIZE(ON|OFF)
 set -eu
 build=$1 source=$(cd "$2" && pwd) sanitize=$3
@@ -23,6 +24,11 @@ flags=""
 cc -std=c99 -Wall -Wextra -Werror $flags "$source/examples/convert.c" $(pkg-config --cflags --libs deqaz) -o "$scratch/convert"
 # shellcheck disable=SC2046
 cc -std=c99 -Wall -Wextra -Werror $flags "$source/examples/render.c" $(pkg-config --cflags --libs deqaz libxmp) -o "$scratch/render"
+# shellcheck disable=SC2046
+cc -std=c99 -Wall -Wextra -Werror -pthread $flags "$source/tests/api/threads.c" $(pkg-config --cflags --libs deqaz) -o "$scratch/threads"
+for page in deqaz qaz; do
+  man -l "$prefix/share/man/man1/$page.1" 2>&1 | grep -q "^SYNOPSIS" || { echo "man -l does not render $page.1"; exit 1; }
+done
 export LD_LIBRARY_PATH="$libdir"
 
 # The same program through the CMake package.
@@ -46,7 +52,7 @@ for ext in it xm s3m mod mtm; do
   [ -n "$module" ] || continue
   "$prefix/bin/qaz" -s "$module" "$scratch/song.qaz"
   "$prefix/bin/deqaz" -s "$scratch/song.qaz" "$scratch/expected"
-  for program in "$scratch/convert" "$scratch/project/build/convert"; do
+  for program in "$scratch/convert" "$scratch/project/build/convert" "$scratch/threads"; do
     "$program" "$scratch/song.qaz" "$scratch/got" >/dev/null
     cmp "$scratch/expected" "$scratch/got" || { echo "$program differs from deqaz on $module"; exit 1; }
   done

@@ -7,7 +7,8 @@
 // aborts, so libFuzzer saves the input); crashes and sanitizer reports need no return value.
 // Buffers handed to the code under test are separate heap blocks of exactly the size given, so
 // AddressSanitizer sees a read or write one byte past any of them.
-#include <array>
+#include <ogg/ogg.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -163,28 +164,16 @@ bool fillsWholeBuffer(size_t outBytes, Decode decode) {
 // drops it unread, so without this almost no damaged packet would reach libvorbis; with it, the
 // damaged headers and audio packets a crafted file can hold are decoded.
 inline void fixOggCrcs(uint8_t* bytes, size_t size) {
-    static const auto table = [] {
-        std::array<uint32_t, 256> t{};
-        for (uint32_t i = 0; i < 256; ++i) {
-            uint32_t r = i << 24;
-            for (int k = 0; k < 8; ++k) r = (r & 0x80000000u) ? (r << 1) ^ 0x04C11DB7u : r << 1;
-            t[i] = r;
-        }
-        return t;
-    }();
     constexpr size_t kHeader = 27;  // fixed part; the segment table follows
     for (size_t pos = 0; pos + kHeader <= size; ++pos) {
         if (std::memcmp(bytes + pos, "OggS", 4) != 0) continue;
-        const size_t segments = bytes[pos + 26];
-        if (pos + kHeader + segments > size) break;
-        size_t length = kHeader + segments;
-        for (size_t k = 0; k < segments; ++k) length += bytes[pos + kHeader + k];
-        if (pos + length > size) break;
-        wr32le(bytes + pos + 22, 0);
-        uint32_t crc = 0;
-        for (size_t k = 0; k < length; ++k) crc = (crc << 8) ^ table[((crc >> 24) ^ bytes[pos + k]) & 0xFF];
-        wr32le(bytes + pos + 22, crc);
-        pos += length - 1;
+        ogg_page page{bytes + pos, static_cast<long>(kHeader + bytes[pos + 26]), nullptr, 0};
+        if (pos + static_cast<size_t>(page.header_len) > size) break;
+        for (long k = kHeader; k < page.header_len; ++k) page.body_len += bytes[pos + static_cast<size_t>(k)];
+        if (pos + static_cast<size_t>(page.header_len + page.body_len) > size) break;
+        page.body = page.header + page.header_len;
+        ogg_page_checksum_set(&page);
+        pos += static_cast<size_t>(page.header_len + page.body_len) - 1;
     }
 }
 

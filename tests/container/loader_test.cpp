@@ -106,12 +106,6 @@ TEST(Loader, HeaderAndBodyFailures) {
     std::vector<uint8_t> empty = good;
     wr32le(empty.data() + 4, 0);
     EXPECT_EQ(load(empty).error, "Something is wrong with this file!");
-    // Packed data cut short: every cut fails cleanly.
-    for (size_t cut = 4; cut < good.size(); ++cut) {
-        Loaded r = load(std::vector<uint8_t>(good.begin(), good.begin() + static_cast<long>(cut)));
-        EXPECT_FALSE(r.song) << cut;
-        EXPECT_FALSE(r.error.empty()) << cut;
-    }
 }
 
 TEST(Loader, ShortBodyReadsAsZeros) {

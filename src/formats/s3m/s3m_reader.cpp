@@ -1,9 +1,5 @@
-// S3M reader: a Scream Tracker 3 module into the module model, the inverse of the S3M writer.
-//
-// File layout: the 96-byte header ("SCRM" at 44), the order list, 16-bit paragraph pointers
-// (file offset / 16) to the 80-byte sample headers and to the patterns, and, when the header's
-// byte 53 is 0xFC, a 32-byte channel pan table. A sample header points at its data with a 24-bit
-// paragraph pointer; a pattern is a 16-bit length and 64 packed rows.
+// S3M reader: a Scream Tracker 3 module into the module model, the inverse of the S3M writer
+// (the layout: s3m_layout.hpp).
 //
 // Choices that make read -> write -> read a fixpoint:
 // - Channels: the enabled ones (setting below 16: left 0-7, right 8-15), in file order, become
@@ -35,21 +31,15 @@
 #include <cstring>
 
 #include "common/endian.hpp"
+#include "formats/s3m/s3m_layout.hpp"
 #include "readers/module_reader.hpp"
 
 namespace deqaz {
 
 namespace {
 
-constexpr size_t S3M_HEADER_SIZE = 96;
-constexpr size_t S3M_SAMPLE_SIZE = 80;
-constexpr unsigned S3M_SLOTS = 32;
-constexpr unsigned S3M_ROWS = 64;
-constexpr uint8_t PAN_TABLE_PRESENT = 0xFC;
-constexpr uint8_t PAN_VALID = 0x20;
-constexpr uint8_t STEREO = 0x80;
-constexpr uint8_t NOTE_NONE = 0xFF;
-constexpr uint8_t NOTE_CUT = 0xFE;
+using namespace s3m;
+
 constexpr uint8_t CMD_SET_VOLUME = 15;
 constexpr uint8_t PAN_NIBBLE_LEFT = 3;
 constexpr uint8_t PAN_NIBBLE_RIGHT = 12;
@@ -75,7 +65,7 @@ bool readSample(const uint8_t* data, size_t size, size_t at, bool signedData, Sa
     in.seek(at);
     const uint8_t type = in.u8();
     smp.fileName = in.text(12);
-    const uint32_t paragraph = (static_cast<uint32_t>(in.u8()) << 16) | in.u16();
+    const uint32_t paragraph = (static_cast<uint32_t>(in.u8()) << 16) | in.u16();  // SMP_POINTER_HIGH, _LOW
     const uint32_t length = in.u32();
     smp.loopStart = in.u32();
     smp.loopEnd = in.u32();
@@ -84,13 +74,13 @@ bool readSample(const uint8_t* data, size_t size, size_t at, bool signedData, Sa
     const uint8_t packing = in.u8();
     const uint8_t flags = in.u8();
     smp.frequency = in.u32();
-    in.seek(at + 48);
-    smp.name = in.text(28);
-    if (flags & 0x01) smp.flags |= SF_LOOP;
-    if (flags & 0x02) smp.flags |= SF_STEREO;
-    if (flags & 0x04) smp.flags |= SF_16BIT;
+    in.seek(at + SMP_NAME);
+    smp.name = in.text(SMP_NAME_SIZE);
+    if (flags & SMP_LOOP) smp.flags |= SF_LOOP;
+    if (flags & SMP_STEREO) smp.flags |= SF_STEREO;
+    if (flags & SMP_16BIT) smp.flags |= SF_16BIT;
 
-    if (type >= 2) {
+    if (type > SMP_TYPE_SAMPLE) {
         warnings.add("S3M: AdLib instruments cannot be kept; read as empty samples");
         smp.flags = 0;
         smp.loopStart = smp.loopEnd = 0;
@@ -111,17 +101,16 @@ bool readSample(const uint8_t* data, size_t size, size_t at, bool signedData, Sa
     layout.stereo = (smp.flags & SF_STEREO) != 0;
     layout.isSigned = signedData;
     bool truncated = false;
-    if (!readRawSample(data, size, size_t{paragraph} * 16, layout, smp, truncated)) return false;
+    if (!readRawSample(data, size, size_t{paragraph} * PARAGRAPH, layout, smp, truncated)) return false;
     if (truncated) warnings.add("S3M: sample data cut short by the end of the file");
     fitLoops(smp);
     return true;
 }
 
-// Unpacks one pattern into the builder: a flag byte per cell (channel in bits 0-4; 0x20 note and
-// instrument, 0x40 volume, 0x80 effect and parameter follow), 0 ends the row.
-void readPattern(const uint8_t* data, size_t size, size_t at, const std::array<int, S3M_SLOTS>& channelOf,
+// Unpacks one pattern into the builder.
+void readPattern(const uint8_t* data, size_t size, size_t at, const std::array<int, CHANNEL_SLOTS>& channelOf,
                  PatternBuilder& builder, CellLosses& losses, ReadWarnings& warnings) {
-    builder.beginPattern(S3M_ROWS);
+    builder.beginPattern(ROWS);
     if (at == 0) return;
     if (at > size || size - at < 2) {
         warnings.add("S3M: a pattern lies past the end of the file; read as empty");
@@ -129,7 +118,7 @@ void readPattern(const uint8_t* data, size_t size, size_t at, const std::array<i
     }
     ByteReader in(data, size);
     in.seek(at + 2);
-    for (unsigned r = 0; r < S3M_ROWS; ++r) {
+    for (unsigned r = 0; r < ROWS; ++r) {
         for (;;) {
             if (!in.has(1)) {
                 warnings.add("S3M: a pattern's packed data ends early; the rest is empty");
@@ -138,12 +127,12 @@ void readPattern(const uint8_t* data, size_t size, size_t at, const std::array<i
             const uint8_t what = in.u8();
             if (what == 0) break;
             uint8_t note = NOTE_NONE, instrument = 0, volume = 0, effect = 0, parameter = 0;
-            if (what & 0x20) {
+            if (what & CELL_NOTE) {
                 note = in.u8();
                 instrument = in.u8();
             }
-            if (what & 0x40) volume = in.u8();
-            if (what & 0x80) {
+            if (what & CELL_VOLUME) volume = in.u8();
+            if (what & CELL_EFFECT) {
                 effect = in.u8();
                 parameter = in.u8();
             }
@@ -152,20 +141,20 @@ void readPattern(const uint8_t* data, size_t size, size_t at, const std::array<i
                 return;
             }
             TrackRow cell;
-            if (note == NOTE_CUT)
-                cell.push_back({CMD_NOTE, NOTE_CUT});
+            if (note == NOTE_OFF)
+                cell.push_back({CMD_NOTE, NOTE_OFF});
             else if (note != NOTE_NONE)
                 cell.push_back({CMD_NOTE, static_cast<uint8_t>((note >> 4) * 12 + (note & 0x0F))});
             if (instrument != 0) cell.push_back({CMD_INSTRUMENT, static_cast<uint8_t>(instrument - 1)});
-            if (what & 0x40) {
+            if (what & CELL_VOLUME) {
                 if (volume != 0xFF)
                     cell.push_back({CMD_SET_VOLUME, volume});
                 else
                     ++losses.volumes255;
             }
-            if ((what & 0x80) && effect != 0 && !appendItEffect(cell, effect, parameter)) ++losses.unknownEffects;
+            if ((what & CELL_EFFECT) && effect != 0 && !appendItEffect(cell, effect, parameter)) ++losses.unknownEffects;
             if (cell.empty()) continue;
-            const int ch = channelOf[what & 0x1F];
+            const int ch = channelOf[what & CELL_CHANNEL];
             if (ch < 0) {
                 ++losses.droppedChannels;
                 continue;
@@ -179,47 +168,47 @@ void readPattern(const uint8_t* data, size_t size, size_t at, const std::array<i
 }  // namespace
 
 ReadResult readS3m(const uint8_t* data, size_t size) {
-    if (size < S3M_HEADER_SIZE || std::memcmp(data + 44, "SCRM", 4) != 0)
+    if (size < HEADER_SIZE || std::memcmp(data + SIGNATURE, "SCRM", 4) != 0)
         return fail("not an S3M file: no \"SCRM\" signature");
     ByteReader in(data, size);
-    const uint16_t orders = rd16le(data + 32);
-    const uint16_t samples = rd16le(data + 34);
-    const uint16_t patterns = rd16le(data + 36);
-    const uint16_t flags = rd16le(data + 38);
-    const uint16_t tracker = rd16le(data + 40);
-    const uint16_t sampleFormat = rd16le(data + 42);
-    const size_t pointersAt = S3M_HEADER_SIZE + orders;
+    const uint16_t orders = rd16le(data + ORDER_COUNT);
+    const uint16_t samples = rd16le(data + SAMPLE_COUNT);
+    const uint16_t patterns = rd16le(data + PATTERN_COUNT);
+    const uint16_t flags = rd16le(data + FLAGS);
+    const uint16_t tracker = rd16le(data + TRACKER);
+    const uint16_t sampleFormat = rd16le(data + SAMPLE_FORMAT);
+    const size_t pointersAt = HEADER_SIZE + orders;
     const size_t panAt = pointersAt + 2 * (size_t{samples} + patterns);
     if (panAt > size) return fail("S3M file truncated in its order list or pointer tables");
 
     ReadWarnings warnings;
     auto song = std::make_unique<SongHeader>();
     song->flags = SH_ORIGIN_S3M;
-    if ((flags & 0x40) || tracker == 0x1300) song->flags |= SH_S3M_ST300_VOLSLIDES;
-    if (flags & 0x10) song->flags |= SH_S3M_AMIGA_LIMITS;
-    if (flags & 0x07) warnings.add("S3M: header flags for ST2 vibrato, ST2 tempo or Amiga slides dropped");
-    if (sampleFormat != 1 && sampleFormat != 2) warnings.add("S3M: unknown sample format read as unsigned");
-    const bool signedData = sampleFormat == 1;
+    if ((flags & FLAG_ST300_VOLSLIDES) || tracker == TRACKER_ST300) song->flags |= SH_S3M_ST300_VOLSLIDES;
+    if (flags & FLAG_AMIGA_LIMITS) song->flags |= SH_S3M_AMIGA_LIMITS;
+    if (flags & FLAGS_ST2) warnings.add("S3M: header flags for ST2 vibrato, ST2 tempo or Amiga slides dropped");
+    if (sampleFormat != SAMPLES_SIGNED && sampleFormat != SAMPLES_UNSIGNED) warnings.add("S3M: unknown sample format read as unsigned");
+    const bool signedData = sampleFormat == SAMPLES_SIGNED;
 
     in.seek(0);
-    song->name = in.text(28);
-    song->globalVolume = data[48];
-    song->initialSpeed = data[49];
-    song->initialTempo = data[50];
-    const bool stereo = (data[51] & STEREO) != 0;
+    song->name = in.text(NAME_SIZE);
+    song->globalVolume = data[GLOBAL_VOLUME];
+    song->initialSpeed = data[INITIAL_SPEED];
+    song->initialTempo = data[INITIAL_TEMPO];
+    const bool stereo = (data[MASTER_VOLUME] & MASTER_STEREO) != 0;
 
     song->orderCount = orders;
     song->hasOrders = true;
-    if (!song->orders.dupBuffer(data + S3M_HEADER_SIZE, orders)) return fail("Insufficient memory");
+    if (!song->orders.dupBuffer(data + HEADER_SIZE, orders)) return fail("Insufficient memory");
 
     // Channels: the enabled PCM channels in file order.
-    const bool panTable = data[53] == PAN_TABLE_PRESENT && size - panAt >= S3M_SLOTS;
-    std::array<int, S3M_SLOTS> channelOf;
+    const bool panTable = data[PAN_TABLE_FLAG] == PAN_TABLE_PRESENT && size - panAt >= CHANNEL_SLOTS;
+    std::array<int, CHANNEL_SLOTS> channelOf;
     channelOf.fill(-1);
     unsigned channels = 0;
-    for (unsigned slot = 0; slot < S3M_SLOTS; ++slot) {
-        const uint8_t setting = data[64 + slot];
-        if (setting >= 16) continue;
+    for (unsigned slot = 0; slot < CHANNEL_SLOTS; ++slot) {
+        const uint8_t setting = data[CHANNEL_SETTINGS + slot];
+        if (setting >= FIRST_ADLIB_SETTING) continue;
         channelOf[slot] = static_cast<int>(channels);
         unsigned nibble = setting < 8 ? PAN_NIBBLE_LEFT : PAN_NIBBLE_RIGHT;
         if (panTable && (data[panAt + slot] & PAN_VALID)) nibble = data[panAt + slot] & 0x0F;
@@ -242,8 +231,8 @@ ReadResult readS3m(const uint8_t* data, size_t size) {
     song->sampleCount = samples;
     for (unsigned i = 0; i < samples; ++i) {
         song->samples[i].globalVolume = 64;  // S3M has no sample global volume: full
-        const size_t at = size_t{rd16le(data + pointersAt + 2 * i)} * 16;
-        if (at == 0 || at > size || size - at < S3M_SAMPLE_SIZE) {
+        const size_t at = size_t{rd16le(data + pointersAt + 2 * i)} * PARAGRAPH;
+        if (at == 0 || at > size || size - at < SAMPLE_SIZE) {
             warnings.add("S3M: a missing or damaged sample header read as an empty sample");
             continue;
         }
@@ -254,7 +243,7 @@ ReadResult readS3m(const uint8_t* data, size_t size) {
     PatternBuilder builder(channels);
     CellLosses losses;
     for (unsigned p = 0; p < patterns; ++p) {
-        const size_t at = size_t{rd16le(data + pointersAt + 2 * (size_t{samples} + p))} * 16;
+        const size_t at = size_t{rd16le(data + pointersAt + 2 * (size_t{samples} + p))} * PARAGRAPH;
         readPattern(data, size, at, channelOf, builder, losses, warnings);
     }
     if (!builder.finish(*song)) return fail("S3M file has more distinct tracks than the container can hold");

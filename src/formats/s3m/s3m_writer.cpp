@@ -1,11 +1,9 @@
-// S3M writer: serialises the module as a Scream Tracker 3 module.
+// S3M writer: serialises the module as a Scream Tracker 3 module (the layout: s3m_layout.hpp).
 //
-// Layout, in file order: 96-byte header, order list, parapointer table (one 16-bit paragraph
-// pointer per sample header, then per pattern; reserved now, patched as the blocks are placed),
-// the 32-byte channel pan table, then, each on a 16-byte boundary, the 80-byte "SCRS" sample
-// headers, the packed patterns and the sample data (unsigned PCM). A paragraph pointer is a file
-// offset divided by 16, so every block it addresses starts on a multiple of 16; the gaps are
-// zero bytes.
+// In file order: the header, the order list, the parapointer table (one paragraph pointer per
+// sample header, then per pattern; reserved now, patched as the blocks are placed), the channel
+// pan table, then, each on a 16-byte boundary, the "SCRS" sample headers, the packed patterns and
+// the sample data (unsigned PCM); the gaps are zero bytes.
 //
 // Fields hold the low bits of their values: a note byte is (n - 1) / 12 * 16 + (n - 1) % 12 in
 // one byte, so notes past octave 15 wrap; a paragraph pointer keeps 16 bits (24 for sample
@@ -19,6 +17,7 @@
 
 #include "common/endian.hpp"
 #include "container/track.hpp"
+#include "formats/s3m/s3m_layout.hpp"
 #include "writers/translate.hpp"
 #include "writers/writers.hpp"
 
@@ -26,28 +25,10 @@ namespace deqaz {
 
 namespace {
 
-constexpr unsigned S3M_MAX_CHANNELS = 32;
-constexpr unsigned S3M_ROWS = 64;
-constexpr size_t S3M_HEADER_SIZE = 96;
-constexpr size_t S3M_SAMPLE_SIZE = 80;
-constexpr uint32_t PARAGRAPH = 16;
-constexpr uint8_t CHANNEL_OFF = 0xFF;
-constexpr uint8_t MASTER_VOLUME = 0x30;
-constexpr uint8_t MASTER_STEREO = 0x80;
-constexpr uint8_t PAN_TABLE_PRESENT = 0xFC;
-constexpr uint8_t PAN_VALID = 0x20;
-constexpr uint8_t NOTE_NONE = 0xFF;
-constexpr uint8_t NOTE_OFF = 0xFE;
-constexpr uint16_t TRACKER_ST300 = 0x1300;
-constexpr uint16_t TRACKER_ST301 = 0x1301;
-constexpr uint16_t SAMPLES_UNSIGNED = 2;
+using namespace s3m;
 
-// Sample header fields.
-constexpr size_t SMP_POINTER_HIGH = 13;
-constexpr size_t SMP_POINTER_LOW = 14;
-constexpr size_t SMP_LENGTH = 16;
-constexpr size_t SMP_LOOP_START = 20;
-constexpr size_t SMP_LOOP_END = 24;
+constexpr unsigned MAX_CHANNELS = CHANNEL_SLOTS;
+constexpr uint8_t MASTER_VOLUME_WRITTEN = 0x30;
 
 struct S3mCounts {
     unsigned channels;  // written, at most 32
@@ -58,7 +39,7 @@ struct S3mCounts {
 
 S3mCounts countsOf(const SongHeader& song) {
     S3mCounts c{};
-    c.channels = std::min<unsigned>(song.channels, S3M_MAX_CHANNELS);
+    c.channels = std::min<unsigned>(song.channels, MAX_CHANNELS);
     c.orders = static_cast<unsigned>(std::min<size_t>(song.orderCount, song.orders.size()));
     c.samples = static_cast<unsigned>(std::min<size_t>(song.sampleCount, song.samples.size()));
     c.patterns = song.patternCount;  // a damaged track table reads as empty cells
@@ -74,7 +55,7 @@ S3mCounts countsOf(const SongHeader& song) {
 // from the ninth on the codes repeat. Every channel keeps its side; only with more than eight
 // channels on a side do two channels share a code, which is noted.
 struct ChannelSettings {
-    std::array<uint8_t, S3M_MAX_CHANNELS> codes;
+    std::array<uint8_t, MAX_CHANNELS> codes;
     unsigned left = 0;
     unsigned right = 0;
 };
@@ -95,45 +76,45 @@ ChannelSettings channelSettings(const SongHeader& song, unsigned channels) {
 }
 
 void buildHeader(const SongHeader& song, const S3mCounts& counts, const ChannelSettings& settings, uint8_t* h) {
-    copyName(h, 28, song.name);
-    h[28] = 0x1A;
-    h[29] = 0x10;  // file type: module
-    wr16le(h + 32, static_cast<uint16_t>(counts.orders));
-    wr16le(h + 34, static_cast<uint16_t>(counts.samples));
-    wr16le(h + 36, static_cast<uint16_t>(counts.patterns));
+    copyName(h, NAME_SIZE, song.name);
+    h[END_OF_TEXT] = 0x1A;
+    h[FILE_TYPE] = 0x10;  // module
+    wr16le(h + ORDER_COUNT, static_cast<uint16_t>(counts.orders));
+    wr16le(h + SAMPLE_COUNT, static_cast<uint16_t>(counts.samples));
+    wr16le(h + PATTERN_COUNT, static_cast<uint16_t>(counts.patterns));
     const bool st300 = (song.flags & SH_S3M_ST300_VOLSLIDES) != 0;
     uint16_t flags = 0;
-    if (st300) flags |= 0x40;
-    if (song.flags & SH_S3M_AMIGA_LIMITS) flags |= 0x10;
-    wr16le(h + 38, flags);
-    wr16le(h + 40, st300 ? TRACKER_ST300 : TRACKER_ST301);
-    wr16le(h + 42, SAMPLES_UNSIGNED);
-    std::memcpy(h + 44, "SCRM", 4);
-    h[48] = song.globalVolume;
-    h[49] = song.initialSpeed;
-    h[50] = song.initialTempo;
-    h[51] = static_cast<uint8_t>(MASTER_VOLUME | (settings.right > 0 ? MASTER_STEREO : 0));
-    h[53] = PAN_TABLE_PRESENT;
-    std::copy(settings.codes.begin(), settings.codes.end(), h + 64);
+    if (st300) flags |= FLAG_ST300_VOLSLIDES;
+    if (song.flags & SH_S3M_AMIGA_LIMITS) flags |= FLAG_AMIGA_LIMITS;
+    wr16le(h + FLAGS, flags);
+    wr16le(h + TRACKER, st300 ? TRACKER_ST300 : TRACKER_ST301);
+    wr16le(h + SAMPLE_FORMAT, SAMPLES_UNSIGNED);
+    std::memcpy(h + SIGNATURE, "SCRM", 4);
+    h[GLOBAL_VOLUME] = song.globalVolume;
+    h[INITIAL_SPEED] = song.initialSpeed;
+    h[INITIAL_TEMPO] = song.initialTempo;
+    h[MASTER_VOLUME] = static_cast<uint8_t>(MASTER_VOLUME_WRITTEN | (settings.right > 0 ? MASTER_STEREO : 0));
+    h[PAN_TABLE_FLAG] = PAN_TABLE_PRESENT;
+    std::copy(settings.codes.begin(), settings.codes.end(), h + CHANNEL_SETTINGS);
 }
 
 void buildSample(const SongHeader& song, unsigned index, uint8_t* h) {
     const SampleRecord& smp = song.samples[index];
-    h[0] = 1;  // sampled instrument
-    copyName(h + 1, 12, smp.fileName);
-    // 13..15: data pointer, patched when the data is placed.
+    h[SMP_TYPE] = SMP_TYPE_SAMPLE;
+    copyName(h + SMP_FILE_NAME, SMP_FILE_NAME_SIZE, smp.fileName);
+    // The data pointer is patched when the data is placed.
     wr32le(h + SMP_LENGTH, smp.length);  // frames, also for 16-bit and stereo samples
     wr32le(h + SMP_LOOP_START, smp.loopStart);
     wr32le(h + SMP_LOOP_END, smp.loopEnd);
-    h[28] = smp.volume;
+    h[SMP_VOLUME] = smp.volume;
     uint8_t flags = 0;
-    if (smp.flags & SF_LOOP) flags |= 1;  // ping-pong has no S3M flag
-    if (smp.flags & SF_STEREO) flags |= 2;
-    if (smp.flags & SF_16BIT) flags |= 4;
-    h[31] = flags;
-    wr32le(h + 32, smp.frequency);
-    copyName(h + 48, 28, sampleNameOrInstrument(song, index));
-    if (smp.length != 0) std::memcpy(h + 76, "SCRS", 4);
+    if (smp.flags & SF_LOOP) flags |= SMP_LOOP;  // ping-pong has no S3M flag
+    if (smp.flags & SF_STEREO) flags |= SMP_STEREO;
+    if (smp.flags & SF_16BIT) flags |= SMP_16BIT;
+    h[SMP_FLAGS] = flags;
+    wr32le(h + SMP_FREQUENCY, smp.frequency);
+    copyName(h + SMP_NAME, SMP_NAME_SIZE, sampleNameOrInstrument(song, index));
+    if (smp.length != 0) std::memcpy(h + SMP_SIGNATURE, "SCRS", 4);
 }
 
 void alignParagraph(OutputBuffer& out) {
@@ -150,15 +131,14 @@ uint8_t noteByte(uint8_t note) {
     return static_cast<uint8_t>((note - 1u) / 12 * 16 + (note - 1u) % 12);
 }
 
-// Packs one cell: a flag byte holding the channel number, plus 0x20 for note and instrument,
-// 0x40 for volume and 0x80 for effect and parameter, then those fields. An empty cell writes
-// nothing. Only the effect byte decides 0x80: a parameter without an effect is not written.
+// Packs one cell: the flag byte, then the fields it announces. An empty cell writes nothing.
+// Only the effect byte decides CELL_EFFECT: a parameter without an effect is not written.
 void packCell(OutputBuffer& out, unsigned channel, const EventCell& cell) {
     auto flag = static_cast<uint8_t>(channel);
     const bool noteAndInstrument = cell.note != 0 || cell.instrument != 0;
-    if (noteAndInstrument) flag |= 0x20;
-    if (cell.volume) flag |= 0x40;
-    if (cell.effect) flag |= 0x80;
+    if (noteAndInstrument) flag |= CELL_NOTE;
+    if (cell.volume) flag |= CELL_VOLUME;
+    if (cell.effect) flag |= CELL_EFFECT;
     if (flag == channel) return;
     out.put8(flag);
     if (noteAndInstrument) {
@@ -179,10 +159,10 @@ void writePattern(const SongHeader& song, OutputBuffer& out, unsigned pattern, u
     out.put16(0);  // length, patched below
 
     // One cursor per channel keeps the rebuild linear in the track length.
-    std::array<TrackCursor, S3M_MAX_CHANNELS> cursors{};
+    std::array<TrackCursor, MAX_CHANNELS> cursors{};
     for (unsigned c = 0; c < channels; ++c) cursors[c] = patternCursor(song, pattern, c);
 
-    for (uint32_t r = 0; r < S3M_ROWS; ++r) {
+    for (uint32_t r = 0; r < ROWS; ++r) {
         for (unsigned c = 0; c < channels; ++c) {
             EventCell cell;
             translateEvent(cell, cursors[c].at(r), tctx);
@@ -207,7 +187,7 @@ void writeS3m(WriteContext& ctx) {
     if (settings.left > 8 || settings.right > 8)
         ctx.diag.note("S3M has 8 channel codes a side; %u left and %u right channels share codes",
                       settings.left > 8 ? settings.left - 8 : 0, settings.right > 8 ? settings.right - 8 : 0);
-    std::array<uint8_t, S3M_HEADER_SIZE> header{};
+    std::array<uint8_t, HEADER_SIZE> header{};
     buildHeader(song, counts, settings, header.data());
     out.appendOutput(header.data(), header.size());
     out.appendOutput(song.orders.data(), counts.orders);
@@ -216,19 +196,19 @@ void writeS3m(WriteContext& ctx) {
     out.skip(2 * (static_cast<size_t>(counts.samples) + counts.patterns));
 
     // The pan table covers all 32 slots whatever the number of channels.
-    std::array<uint8_t, S3M_MAX_CHANNELS> pans{};
-    for (unsigned c = 0; c < S3M_MAX_CHANNELS; ++c) pans[c] = static_cast<uint8_t>((song.channelPan[c] / 17) | PAN_VALID);
+    std::array<uint8_t, MAX_CHANNELS> pans{};
+    for (unsigned c = 0; c < MAX_CHANNELS; ++c) pans[c] = static_cast<uint8_t>((song.channelPan[c] / 17) | PAN_VALID);
     out.appendOutput(pans.data(), pans.size());
 
     alignParagraph(out);
     const uint32_t firstSampleAt = out.outputSize();
     {
-        std::array<uint8_t, S3M_SAMPLE_SIZE> scratch;
+        std::array<uint8_t, SAMPLE_SIZE> scratch;
         for (unsigned i = 0; i < counts.samples; ++i) {
             out.patch16(tableAt + 2 * i, static_cast<uint16_t>(paragraphHere(out)));
             scratch.fill(0);
             buildSample(song, i, scratch.data());
-            if (ctx.forPlayers && song.samples[i].length == 0) scratch[0] = 0;
+            if (ctx.forPlayers && song.samples[i].length == 0) scratch[SMP_TYPE] = 0;
             out.appendOutput(scratch.data(), scratch.size());
         }
         if (ctx.forPlayers && std::any_of(song.samples.begin(), song.samples.begin() + counts.samples,
@@ -244,7 +224,7 @@ void writeS3m(WriteContext& ctx) {
     }
 
     for (unsigned i = 0; i < counts.samples; ++i) {
-        const uint32_t headerAt = firstSampleAt + static_cast<uint32_t>(S3M_SAMPLE_SIZE) * i;
+        const uint32_t headerAt = firstSampleAt + static_cast<uint32_t>(SAMPLE_SIZE) * i;
         alignParagraph(out);
         const uint32_t pointer = paragraphHere(out);
         out.patch8(headerAt + SMP_POINTER_HIGH, static_cast<uint8_t>(pointer >> 16));

@@ -56,6 +56,7 @@
 #include <cstring>
 
 #include "common/endian.hpp"
+#include "formats/midi_config.hpp"
 #include "readers/it_sample_decompress.hpp"
 #include "readers/module_reader.hpp"
 
@@ -232,9 +233,6 @@ constexpr size_t IT_ENVELOPE_SIZE = 82;
 constexpr unsigned IT_CHANNELS = 64;
 constexpr unsigned IT_NODES = 25;
 constexpr unsigned IT_MAX_ROWS = 1024;
-constexpr size_t MIDI_ENTRY = 32;
-constexpr size_t MIDI_BLOCK = 153 * MIDI_ENTRY;
-constexpr const char* MIDI_GLOBALS[9] = {"FF", "FC", "", "9c n v", "9c n 0", "", "", "", "Cc p"};
 constexpr uint8_t IT_SURROUND = 100;
 constexpr uint8_t PAN_SURROUND = 127;
 constexpr uint8_t LETTER_S = 19;
@@ -279,74 +277,6 @@ int8_t mixVolumeCode(uint8_t value, bool& exact) {
     }
     exact = bestDistance == 0;
     return static_cast<int8_t>(best);
-}
-
-bool sameText(const char* a, const char* b) {
-    for (; *a && *b; ++a, ++b)
-        if (std::tolower(static_cast<unsigned char>(*a)) != std::tolower(static_cast<unsigned char>(*b))) return false;
-    return *a == *b;
-}
-
-bool hexValue(const char* s, size_t digits, uint32_t& value) {
-    value = 0;
-    for (size_t i = 0; i < digits; ++i) {
-        const char c = static_cast<char>(std::tolower(static_cast<unsigned char>(s[i])));
-        unsigned d;
-        if (c >= '0' && c <= '9')
-            d = static_cast<unsigned>(c - '0');
-        else if (c >= 'a' && c <= 'f')
-            d = static_cast<unsigned>(c - 'a' + 10);
-        else
-            return false;
-        value = value << 4 | d;
-    }
-    return true;
-}
-
-// The 4896-byte MIDI configuration: nine global texts, 16 parametered (SFx) and 128 fixed (Zxx)
-// macro texts of 32 bytes each. Only the forms the writer rebuilds can be kept.
-void readMidiConfig(const uint8_t* block, SongHeader& song, ReadWarnings& warnings) {
-    char text[MIDI_ENTRY + 1];
-    char rebuilt[MIDI_ENTRY + 8];
-    auto entry = [&](size_t i) {
-        std::memcpy(text, block + i * MIDI_ENTRY, MIDI_ENTRY);
-        text[MIDI_ENTRY] = '\0';
-        return static_cast<const char*>(text);
-    };
-    unsigned lost = 0;
-    for (size_t i = 0; i < 9; ++i)
-        if (!sameText(entry(i), MIDI_GLOBALS[i])) ++lost;
-    for (size_t i = 0; i < 16; ++i) {
-        const char* e = entry(9 + i);
-        if (!e[0]) continue;
-        uint32_t v;
-        if (std::strlen(e) == 7 && hexValue(e + 4, 2, v) && v < 0xFF) {
-            std::snprintf(rebuilt, sizeof rebuilt, "F0F0%02xz", static_cast<unsigned>(v));
-            if (sameText(e, rebuilt)) {
-                song.sfxMacro[i] = static_cast<uint8_t>(v + 1);
-                continue;
-            }
-        }
-        ++lost;
-    }
-    for (size_t j = 0; j < 128; ++j) {
-        const char* e = entry(25 + j);
-        if (!e[0]) continue;
-        const size_t length = std::strlen(e);
-        uint32_t v;
-        if ((length == 8 || length == 12) && hexValue(e + 4, length - 4, v)) {
-            const uint32_t w = v + 256;  // modulo 2^32: "ffffff80" is the slot value 0x80
-            if (w >= 1 && w <= 0xFFFF) {
-                std::snprintf(rebuilt, sizeof rebuilt, "F0F0%04x", static_cast<unsigned>(static_cast<int32_t>(w) - 256));
-                if (sameText(e, rebuilt)) {
-                    song.zxxMacro[j] = static_cast<uint16_t>(w);
-                    continue;
-                }
-            }
-        }
-        ++lost;
-    }
-    if (lost) warnings.add("IT: MIDI macro texts the container cannot hold dropped", lost);
 }
 
 // OpenMPT's plugin chunks after the MIDI configuration: "FXnn" (plugin nn) and "CHFX" (the
@@ -800,9 +730,10 @@ ReadResult readIt(const uint8_t* data, size_t size) {
     size_t pos = tableEnd;
     if ((h.special & 0x02) && size - pos >= 2) pos += 2 + 8 * size_t{rd16le(data + pos)};
     if (h.special & 0x08) {
-        if (pos <= size && size - pos >= MIDI_BLOCK) {
-            readMidiConfig(data + pos, *song, warnings);
-            pos += MIDI_BLOCK;
+        if (pos <= size && size - pos >= midi::BLOCK_SIZE) {
+            if (const unsigned lost = midi::readConfig(data + pos, midi::BLOCK_SIZE, *song))
+                warnings.add("IT: MIDI macro texts the container cannot hold dropped", lost);
+            pos += midi::BLOCK_SIZE;
         } else {
             warnings.add("IT: MIDI configuration past the end of the file ignored");
         }

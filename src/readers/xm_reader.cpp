@@ -44,6 +44,7 @@
 #include <cstring>
 
 #include "common/endian.hpp"
+#include "formats/midi_config.hpp"
 #include "readers/module_reader.hpp"
 
 namespace deqaz {
@@ -65,9 +66,6 @@ constexpr unsigned XM_KEYS = 96;
 constexpr unsigned XM_ENVELOPE_POINTS = 12;
 constexpr uint8_t XM_KEY_OFF = 97;
 constexpr uint8_t XM_ADPCM = 0xAD;  // ModPlug's 4-bit ADPCM marker in the reserved byte
-constexpr size_t MIDI_ENTRY = 32;
-constexpr size_t MIDI_BLOCK = 153 * MIDI_ENTRY;
-constexpr const char* MIDI_GLOBALS[9] = {"FF", "FC", "", "9c n v", "9c n 0", "", "", "", "Cc p"};
 
 // Track command numbers of the XM side.
 enum : uint8_t {
@@ -224,76 +222,6 @@ void readPattern(const uint8_t* data, size_t size, unsigned rows, unsigned chann
     if (shortData) warnings.add("XM: a pattern's packed data ends inside a cell");
 }
 
-bool hexValue(const char* text, size_t digits, uint32_t& value) {
-    value = 0;
-    for (size_t i = 0; i < digits; ++i) {
-        const int c = std::tolower(static_cast<unsigned char>(text[i]));
-        if (c >= '0' && c <= '9')
-            value = value * 16 + static_cast<uint32_t>(c - '0');
-        else if (c >= 'a' && c <= 'f')
-            value = value * 16 + static_cast<uint32_t>(c - 'a' + 10);
-        else
-            return false;
-    }
-    return true;
-}
-
-bool sameText(const char* a, const char* b) {
-    for (; *a && *b; ++a, ++b)
-        if (std::tolower(static_cast<unsigned char>(*a)) != std::tolower(static_cast<unsigned char>(*b))) return false;
-    return *a == *b;
-}
-
-// The MIDI configuration: the song keeps, of each parametered macro, the byte of "F0F0xxz" and,
-// of each fixed macro, the number of "F0F0xxxx"; the globals are always written as IT's
-// defaults. Other texts cannot be kept.
-void readMidiConfig(const uint8_t* block, size_t size, SongHeader& song, ReadWarnings& warnings) {
-    std::array<char, MIDI_BLOCK> text{};
-    std::memcpy(text.data(), block, std::min(size, MIDI_BLOCK));
-    auto entry = [&](size_t i, char* out) {
-        std::memcpy(out, text.data() + i * MIDI_ENTRY, MIDI_ENTRY);
-        out[MIDI_ENTRY] = '\0';
-    };
-    char e[MIDI_ENTRY + 1];
-    char rebuilt[MIDI_ENTRY + 8];
-    unsigned lost = 0;
-    for (size_t i = 0; i < 9; ++i) {
-        entry(i, e);
-        if (!sameText(e, MIDI_GLOBALS[i])) ++lost;
-    }
-    for (size_t i = 0; i < 16; ++i) {
-        entry(9 + i, e);
-        uint32_t v = 0;
-        if (!e[0]) continue;
-        if (std::strlen(e) == 7 && hexValue(e + 4, 2, v) && v < 0xFF) {
-            std::snprintf(rebuilt, sizeof rebuilt, "F0F0%02xz", static_cast<unsigned>(v));
-            if (sameText(e, rebuilt)) {
-                song.sfxMacro[i] = static_cast<uint8_t>(v + 1);
-                continue;
-            }
-        }
-        ++lost;
-    }
-    for (size_t j = 0; j < 128; ++j) {
-        entry(25 + j, e);
-        if (!e[0]) continue;
-        const size_t digits = std::strlen(e) - 4;
-        uint32_t v = 0;
-        if ((digits == 4 || digits == 8) && hexValue(e + 4, digits, v)) {
-            const uint32_t w = v + 256;  // modulo 2^32: "ffffff80" is the slot value 0x80
-            if (w >= 1 && w <= 0xFFFF) {
-                std::snprintf(rebuilt, sizeof rebuilt, "F0F0%04x", static_cast<unsigned>(static_cast<int32_t>(w) - 256));
-                if (sameText(e, rebuilt)) {
-                    song.zxxMacro[j] = static_cast<uint16_t>(w);
-                    continue;
-                }
-            }
-        }
-        ++lost;
-    }
-    if (lost) warnings.add("XM: MIDI macros the container cannot hold dropped", lost);
-}
-
 // ModPlug's chunks after the last instrument: a 4-byte id, a 32-bit length and the data.
 void readTrailingChunks(ByteReader& in, SongHeader& song, ReadWarnings& warnings) {
     while (in.has(8)) {
@@ -323,7 +251,8 @@ void readTrailingChunks(ByteReader& in, SongHeader& song, ReadWarnings& warnings
         if (tag == "text") {
             song.message.assign(reinterpret_cast<const char*>(data), ::strnlen(reinterpret_cast<const char*>(data), length));
         } else if (tag == "MIDI") {
-            readMidiConfig(data, length, song, warnings);
+            if (const unsigned lost = midi::readConfig(data, length, song))
+                warnings.add("XM: MIDI macros the container cannot hold dropped", lost);
         } else if (tag == "CHFX") {
             if (!song.channelFx.allocZeroed(size_t{song.channels} * 4)) return;
             std::memcpy(song.channelFx.data(), data, std::min<size_t>(length, song.channelFx.size()));

@@ -2,22 +2,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include "formats/midi_config.hpp"
 #include "writers/writers.hpp"
 
 namespace deqaz {
 
 namespace {
 
-constexpr size_t MACRO_ENTRY_SIZE = 32;
-constexpr size_t GLOBAL_MACROS = 9;
-constexpr size_t SFX_MACROS = 16;
-constexpr size_t ZXX_MACROS = 128;
-constexpr size_t MIDI_CONFIG_SIZE = (GLOBAL_MACROS + SFX_MACROS + ZXX_MACROS) * MACRO_ENTRY_SIZE;
-static_assert(MIDI_CONFIG_SIZE == 4896);
-
-// IT's standard global macros: start, stop, (tick), note on, note off, (volume), (pan), (bank),
-// program change.
-constexpr const char* DEFAULT_MIDI_GLOBALS[GLOBAL_MACROS] = {"FF", "FC", "", "9c n v", "9c n 0", "", "", "", "Cc p"};
+using midi::ENTRY_SIZE;
 
 // Appends `size` bytes of which the first `available` come from `data`, the rest zero, so a
 // block always matches the size in its header.
@@ -30,22 +22,22 @@ void appendPadded(OutputBuffer& out, const uint8_t* data, size_t available, uint
 }  // namespace
 
 void writeMidiConfig(const SongHeader& song, OutputBuffer& out) {
-    char block[MIDI_CONFIG_SIZE] = {};
+    char block[midi::BLOCK_SIZE] = {};
     char* entry = block;
-    for (const char* text : DEFAULT_MIDI_GLOBALS) {
+    for (const char* text : midi::DEFAULT_GLOBALS) {
         std::memcpy(entry, text, std::strlen(text));
-        entry += MACRO_ENTRY_SIZE;
+        entry += ENTRY_SIZE;
     }
     // The stored slots keep only the byte that varies; the texts are rebuilt around it. The
     // numbers are printed from signed 32-bit values, so a slot below its bias prints as the
     // eight digits of its two's complement.
     for (uint8_t v : song.sfxMacro) {
-        if (v) std::snprintf(entry, MACRO_ENTRY_SIZE, "F0F0%02xz", static_cast<unsigned>(int32_t{v} - 1));
-        entry += MACRO_ENTRY_SIZE;
+        if (v) std::snprintf(entry, ENTRY_SIZE, "F0F0%02xz", static_cast<unsigned>(int32_t{v} - 1));
+        entry += ENTRY_SIZE;
     }
     for (uint16_t w : song.zxxMacro) {
-        if (w) std::snprintf(entry, MACRO_ENTRY_SIZE, "F0F0%04x", static_cast<unsigned>(int32_t{w} - 256));
-        entry += MACRO_ENTRY_SIZE;
+        if (w) std::snprintf(entry, ENTRY_SIZE, "F0F0%04x", static_cast<unsigned>(int32_t{w} - 256));
+        entry += ENTRY_SIZE;
     }
     out.appendOutput(block, sizeof block);
 }

@@ -17,6 +17,7 @@
 
 #include "common/endian.hpp"
 #include "container/track.hpp"
+#include "formats/midi_config.hpp"
 #include "writers/translate.hpp"
 #include "writers/writers.hpp"
 
@@ -34,7 +35,6 @@ constexpr size_t XM_INSTRUMENT_FULL = 248;   // with key map, envelopes and vibr
 constexpr size_t XM_SAMPLE_HEADER_SIZE = 40;
 constexpr unsigned XM_KEYS = 96;
 constexpr unsigned XM_ENVELOPE_POINTS = 12;
-constexpr uint32_t XM_MIDI_BLOCK_SIZE = 4896;
 constexpr uint8_t XM_KEY_OFF = 97;
 constexpr uint16_t NO_SAMPLE = 0xFFFF;
 constexpr unsigned MAX_CHANNELS = 256;  // the song header counts channels in a byte
@@ -290,7 +290,7 @@ void writeTrailingChunks(const SongHeader& song, OutputBuffer& out) {
     // Only the parametered macros make the configuration worth writing; fixed ones alone don't.
     if (std::any_of(song.sfxMacro.begin(), song.sfxMacro.end(), [](uint8_t v) { return v != 0; })) {
         out.appendOutput("MIDI", 4);
-        out.put32(XM_MIDI_BLOCK_SIZE);
+        out.put32(static_cast<uint32_t>(midi::BLOCK_SIZE));
         writeMidiConfig(song, out);
     }
     if (song.flags & SH_EXTRA_CHUNKS) writeExtensionBlocks(song, out);

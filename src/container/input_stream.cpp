@@ -4,17 +4,16 @@
 
 namespace deqaz {
 
-bool InputStream::readBytes(void* dest, uint32_t count) {
+void InputStream::readBytes(void* dest, uint32_t count) {
     uint32_t left = remaining();
     if (left >= count) {
         if (count) std::memcpy(dest, inputData + inputPos, count);
         inputPos += count;
-        return true;
+        return;
     }
     if (count) std::memset(dest, 0, count);
     if (left) std::memcpy(dest, inputData + inputPos, left);
     if (inputPos < inputSize) inputPos = inputSize;
-    return false;
 }
 
 bool InputStream::readBlob(HeapArray<uint8_t>& out, uint32_t count) {

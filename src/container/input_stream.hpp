@@ -17,9 +17,9 @@ struct InputStream {
     uint32_t remaining() const { return inputPos < inputSize ? inputSize - inputPos : 0; }
     bool atEnd() const { return inputPos >= inputSize; }
 
-    // Copies `count` bytes and advances; returns true. When fewer remain, clears all `count`
-    // destination bytes, copies what remains, leaves the position at the end and returns false.
-    bool readBytes(void* dest, uint32_t count);
+    // Copies `count` bytes and advances. When fewer remain, clears all `count` destination
+    // bytes, copies what remains and leaves the position at the end.
+    void readBytes(void* dest, uint32_t count);
     // Allocates and fills `count` bytes (missing bytes read as zero); false when allocation fails.
     bool readBlob(HeapArray<uint8_t>& out, uint32_t count);
     // Reads a zero-terminated string; an empty one comes back as "". Bytes past the end count

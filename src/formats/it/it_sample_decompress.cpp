@@ -1,4 +1,4 @@
-#include "readers/it_sample_decompress.hpp"
+#include "formats/it/it_sample_decompress.hpp"
 
 #include <algorithm>
 

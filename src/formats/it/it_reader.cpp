@@ -56,8 +56,9 @@
 #include <cstring>
 
 #include "common/endian.hpp"
+#include "formats/it/it_layout.hpp"
 #include "formats/midi_config.hpp"
-#include "readers/it_sample_decompress.hpp"
+#include "formats/it/it_sample_decompress.hpp"
 #include "readers/module_reader.hpp"
 
 namespace deqaz {
@@ -226,14 +227,8 @@ bool readRawSample(const uint8_t* data, size_t size, size_t offset, const RawPcm
 
 namespace {
 
-constexpr size_t IT_HEADER_SIZE = 192;
-constexpr size_t IT_INSTRUMENT_SIZE = 554;
-constexpr size_t IT_SAMPLE_SIZE = 80;
-constexpr size_t IT_ENVELOPE_SIZE = 82;
-constexpr unsigned IT_CHANNELS = 64;
-constexpr unsigned IT_NODES = 25;
-constexpr unsigned IT_MAX_ROWS = 1024;
-constexpr uint8_t IT_SURROUND = 100;
+using namespace it;
+
 constexpr uint8_t PAN_SURROUND = 127;
 constexpr uint8_t LETTER_S = 19;
 constexpr uint8_t LETTER_Z = 26;
@@ -336,7 +331,7 @@ Envelope envelopeFromIt(const uint8_t* e, EnvelopeKind kind) {
     if (f & 0x04) env.flags |= 0x02;
     if (f & 0x08) env.flags |= 0x20;
     if (kind == EnvelopeKind::Pitch && (f & 0x80)) env.flags |= 0x10;
-    env.pointCount = std::min<uint8_t>(e[1], IT_NODES);
+    env.pointCount = std::min<uint8_t>(e[1], ENVELOPE_NODES);
     env.loopStart = e[2];
     env.loopEnd = e[3];
     env.sustainStart = e[4];
@@ -373,38 +368,38 @@ void keyboardFromIt(const uint8_t* k, InstrumentRecord& ins) {
 // The 554-byte layout of IT 2.00 and later.
 InstrumentRecord instrumentFromIt(const uint8_t* h, ReadWarnings& warnings) {
     InstrumentRecord ins;
-    ins.fileName = fieldText(h + 0x04, 12);
-    ins.newNoteAction = h[0x11];
-    ins.duplicateCheckType = h[0x12];
-    ins.duplicateCheckAction = h[0x13];
-    uint16_t fadeout = rd16le(h + 0x14);
+    ins.fileName = fieldText(h + INS_FILE_NAME, FILE_NAME_SIZE);
+    ins.newNoteAction = h[INS_NEW_NOTE_ACTION];
+    ins.duplicateCheckType = h[INS_DUPLICATE_TYPE];
+    ins.duplicateCheckAction = h[INS_DUPLICATE_ACTION];
+    uint16_t fadeout = rd16le(h + INS_FADEOUT);
     if (fadeout > 0x7FF) {
         warnings.add("IT: instrument fade-out above 2047 cut to 2047");
         fadeout = 0x7FF;
     }
     ins.fadeout = static_cast<uint16_t>(fadeout << 5);
-    ins.pitchPanSeparation = h[0x16];
-    ins.pitchPanCentre = h[0x17];
-    ins.globalVolume = h[0x18];
-    ins.pan = (h[0x19] & 0x80) ? int16_t{-1} : panFromIt(h[0x19]);
-    ins.randomVolume = h[0x1A];
-    ins.randomPan = static_cast<uint16_t>(h[0x1B] << 2);
-    ins.name = fieldText(h + 0x20, 26);
-    ins.filterCutoff = h[0x3A];
-    ins.filterResonance = h[0x3B];
-    const uint8_t midiChannel = h[0x3C];
+    ins.pitchPanSeparation = h[INS_PITCH_PAN_SEPARATION];
+    ins.pitchPanCentre = h[INS_PITCH_PAN_CENTRE];
+    ins.globalVolume = h[INS_GLOBAL_VOLUME];
+    ins.pan = (h[INS_PAN] & 0x80) ? int16_t{-1} : panFromIt(h[INS_PAN]);
+    ins.randomVolume = h[INS_RANDOM_VOLUME];
+    ins.randomPan = static_cast<uint16_t>(h[INS_RANDOM_PAN] << 2);
+    ins.name = fieldText(h + INS_NAME, NAME_SIZE);
+    ins.filterCutoff = h[INS_FILTER_CUTOFF];
+    ins.filterResonance = h[INS_FILTER_RESONANCE];
+    const uint8_t midiChannel = h[INS_MIDI_CHANNEL];
     if (midiChannel >= 2) {
         ins.midiChannel = static_cast<uint8_t>(midiChannel - 1);
-        ins.midiProgram = h[0x3D];
-        ins.midiBank = h[0x3E];
-        if (h[0x3F]) warnings.add("IT: high byte of an instrument's MIDI bank dropped");
+        ins.midiProgram = h[INS_MIDI_PROGRAM];
+        ins.midiBank = h[INS_MIDI_BANK];
+        if (h[INS_MIDI_BANK + 1]) warnings.add("IT: high byte of an instrument's MIDI bank dropped");
     } else if (midiChannel == 1) {
         warnings.add("IT: instrument MIDI channel 1 cannot be kept (0 means no MIDI); dropped");
     }
-    keyboardFromIt(h + 0x40, ins);
-    ins.volumeEnvelope = envelopeFromIt(h + 0x130, EnvelopeKind::Volume);
-    ins.panningEnvelope = envelopeFromIt(h + 0x130 + IT_ENVELOPE_SIZE, EnvelopeKind::Panning);
-    ins.pitchEnvelope = envelopeFromIt(h + 0x130 + 2 * IT_ENVELOPE_SIZE, EnvelopeKind::Pitch);
+    keyboardFromIt(h + INS_KEYBOARD, ins);
+    ins.volumeEnvelope = envelopeFromIt(h + INS_ENVELOPES, EnvelopeKind::Volume);
+    ins.panningEnvelope = envelopeFromIt(h + INS_ENVELOPES + ENVELOPE_SIZE, EnvelopeKind::Panning);
+    ins.pitchEnvelope = envelopeFromIt(h + INS_ENVELOPES + 2 * ENVELOPE_SIZE, EnvelopeKind::Pitch);
     return ins;
 }
 
@@ -433,7 +428,7 @@ InstrumentRecord instrumentFromOldIt(const uint8_t* h) {
     ins.name = fieldText(h + 0x20, 26);
     keyboardFromIt(h + 0x40, ins);
     unsigned n = 0;
-    while (n < IT_NODES && h[0x1F8 + 2 * n] != 0xFF) {
+    while (n < ENVELOPE_NODES && h[0x1F8 + 2 * n] != 0xFF) {
         env.points[n] = {h[0x1F8 + 2 * n], h[0x1F9 + 2 * n]};
         ++n;
     }
@@ -452,24 +447,24 @@ struct ItSampleHeader {
 
 SampleRecord sampleFromIt(const uint8_t* h, ItSampleHeader& raw) {
     SampleRecord smp;
-    smp.fileName = fieldText(h + 0x04, 12);
-    smp.globalVolume = h[0x11];
-    raw.flags = h[0x12];
-    smp.volume = h[0x13];
-    smp.name = fieldText(h + 0x14, 26);
-    raw.convert = h[0x2E];
-    smp.pan = (h[0x2F] & 0x80) ? panFromIt(h[0x2F] & 0x7F) : int16_t{-1};
-    smp.length = (raw.flags & 0x01) ? rd32le(h + 0x30) : 0;  // no data without the "present" bit
-    smp.loopStart = rd32le(h + 0x34);
-    smp.loopEnd = rd32le(h + 0x38);
-    smp.frequency = rd32le(h + 0x3C);
-    smp.sustainStart = rd32le(h + 0x40);
-    smp.sustainEnd = rd32le(h + 0x44);
-    raw.dataOffset = rd32le(h + 0x48);
-    smp.vibratoSpeed = h[0x4C];
-    smp.vibratoDepth = h[0x4D];
-    smp.vibratoSweep = h[0x4E];
-    smp.vibratoType = h[0x4F];
+    smp.fileName = fieldText(h + SMP_FILE_NAME, FILE_NAME_SIZE);
+    smp.globalVolume = h[SMP_GLOBAL_VOLUME];
+    raw.flags = h[SMP_FLAGS];
+    smp.volume = h[SMP_VOLUME];
+    smp.name = fieldText(h + SMP_NAME, NAME_SIZE);
+    raw.convert = h[SMP_CONVERT];
+    smp.pan = (h[SMP_PAN] & 0x80) ? panFromIt(h[SMP_PAN] & 0x7F) : int16_t{-1};
+    smp.length = (raw.flags & 0x01) ? rd32le(h + SMP_LENGTH) : 0;  // no data without the "present" bit
+    smp.loopStart = rd32le(h + SMP_LOOP_START);
+    smp.loopEnd = rd32le(h + SMP_LOOP_END);
+    smp.frequency = rd32le(h + SMP_FREQUENCY);
+    smp.sustainStart = rd32le(h + SMP_SUSTAIN_START);
+    smp.sustainEnd = rd32le(h + SMP_SUSTAIN_END);
+    raw.dataOffset = rd32le(h + SMP_DATA_OFFSET);
+    smp.vibratoSpeed = h[SMP_VIBRATO_SPEED];
+    smp.vibratoDepth = h[SMP_VIBRATO_DEPTH];
+    smp.vibratoSweep = h[SMP_VIBRATO_SWEEP];
+    smp.vibratoType = h[SMP_VIBRATO_TYPE];
     if (raw.flags & 0x02) smp.flags |= SF_16BIT;
     if (raw.flags & 0x04) smp.flags |= SF_STEREO;
     if (raw.flags & 0x10) {
@@ -583,9 +578,9 @@ struct ItPattern {
 size_t unpackRows(const uint8_t* data, size_t start, size_t end, ItPattern& pattern) {
     ByteReader in(data, end);
     in.seek(start);
-    std::array<uint8_t, IT_CHANNELS> lastMask{}, lastNote{}, lastInstrument{}, lastVolume{}, lastEffect{}, lastParameter{};
+    std::array<uint8_t, CHANNELS> lastMask{}, lastNote{}, lastInstrument{}, lastVolume{}, lastEffect{}, lastParameter{};
     for (unsigned r = 0; r < pattern.rows; ++r) {
-        std::array<size_t, IT_CHANNELS> cellOf;
+        std::array<size_t, CHANNELS> cellOf;
         cellOf.fill(SIZE_MAX);
         for (;;) {
             if (!in.has(1)) return 0;
@@ -628,7 +623,7 @@ void unpackPattern(const uint8_t* data, size_t size, uint32_t offset, ItPattern&
     const size_t start = offset + 8;
     const size_t length = rd16le(data + offset);
     pattern.rows = rd16le(data + offset + 2);
-    if (pattern.rows == 0 || pattern.rows > IT_MAX_ROWS) {
+    if (pattern.rows == 0 || pattern.rows > MAX_ROWS) {
         warnings.add("IT: pattern row count outside 1-1024 read as 64");
         pattern.rows = 64;
     }
@@ -677,59 +672,59 @@ struct ItHeader {
 
 ReadResult readIt(const uint8_t* data, size_t size) {
     if (size < 4 || std::memcmp(data, "IMPM", 4) != 0) return fail("not an IT file: no \"IMPM\" signature");
-    if (size < IT_HEADER_SIZE) return fail("IT file truncated in its header");
+    if (size < HEADER_SIZE) return fail("IT file truncated in its header");
 
     ItHeader h{};
-    h.orders = rd16le(data + 0x20);
-    h.instruments = rd16le(data + 0x22);
-    h.samples = rd16le(data + 0x24);
-    h.patterns = rd16le(data + 0x26);
-    h.compatible = rd16le(data + 0x2A);
-    h.flags = rd16le(data + 0x2C);
-    h.special = rd16le(data + 0x2E);
-    h.messageLength = rd16le(data + 0x36);
-    h.messageOffset = rd32le(data + 0x38);
-    const size_t tableAt = IT_HEADER_SIZE + h.orders;
+    h.orders = rd16le(data + ORDER_COUNT);
+    h.instruments = rd16le(data + INSTRUMENT_COUNT);
+    h.samples = rd16le(data + SAMPLE_COUNT);
+    h.patterns = rd16le(data + PATTERN_COUNT);
+    h.compatible = rd16le(data + COMPATIBLE_WITH);
+    h.flags = rd16le(data + FLAGS);
+    h.special = rd16le(data + SPECIAL);
+    h.messageLength = rd16le(data + MESSAGE_LENGTH);
+    h.messageOffset = rd32le(data + MESSAGE_OFFSET);
+    const size_t tableAt = HEADER_SIZE + h.orders;
     const size_t tableEnd = tableAt + 4 * (size_t{h.instruments} + h.samples + h.patterns);
     if (tableEnd > size) return fail("IT file truncated in its order list or offset tables");
 
     ReadWarnings warnings;
     auto song = std::make_unique<SongHeader>();
     song->flags = SH_ORIGIN_IT;
-    const bool instrumentMode = (h.flags & 0x04) != 0;
+    const bool instrumentMode = (h.flags & FLAG_INSTRUMENTS) != 0;
     if (instrumentMode) song->flags |= SH_IT_INSTRUMENTS;
-    if (h.flags & 0x08) song->flags |= SH_LINEAR_SLIDES;
-    if (!(h.flags & 0x10)) song->flags |= SH_IT_NO_OLD_EFFECTS;
-    if (!(h.flags & 0x20)) song->flags |= SH_IT_NO_COMPAT_GXX;
-    if (h.flags & 0x1000) song->flags |= SH_IT_FLAG_1000;
-    if (!(h.flags & 0x01)) warnings.add("IT: mono song written back as stereo");
+    if (h.flags & FLAG_LINEAR_SLIDES) song->flags |= SH_LINEAR_SLIDES;
+    if (!(h.flags & FLAG_OLD_EFFECTS)) song->flags |= SH_IT_NO_OLD_EFFECTS;
+    if (!(h.flags & FLAG_COMPAT_GXX)) song->flags |= SH_IT_NO_COMPAT_GXX;
+    if (h.flags & FLAG_1000) song->flags |= SH_IT_FLAG_1000;
+    if (!(h.flags & FLAG_STEREO)) warnings.add("IT: mono song written back as stereo");
 
-    song->name = fieldText(data + 0x04, 26);
-    song->globalVolume = data[0x30];
+    song->name = fieldText(data + NAME, NAME_SIZE);
+    song->globalVolume = data[GLOBAL_VOLUME];
     bool exactMix;
-    song->mixVolume = mixVolumeCode(data[0x31], exactMix);
+    song->mixVolume = mixVolumeCode(data[MIX_VOLUME], exactMix);
     if (!exactMix) {
         char text[80];
-        std::snprintf(text, sizeof text, "IT: mixing volume %u written back as %d", data[0x31], mixVolumeImage(song->mixVolume));
+        std::snprintf(text, sizeof text, "IT: mixing volume %u written back as %d", data[MIX_VOLUME], mixVolumeImage(song->mixVolume));
         warnings.add(text);
     }
-    song->initialSpeed = data[0x32];
-    song->initialTempo = data[0x33];
-    song->separation = data[0x34];
+    song->initialSpeed = data[INITIAL_SPEED];
+    song->initialTempo = data[INITIAL_TEMPO];
+    song->separation = data[SEPARATION];
 
     // Orders, without the end marker the writer adds back.
     size_t orderCount = h.orders;
-    if (orderCount > 0 && data[IT_HEADER_SIZE + orderCount - 1] == 0xFF) --orderCount;
+    if (orderCount > 0 && data[HEADER_SIZE + orderCount - 1] == 0xFF) --orderCount;
     song->orderCount = static_cast<uint16_t>(orderCount);
     song->hasOrders = true;
-    if (!song->orders.dupBuffer(data + IT_HEADER_SIZE, orderCount)) return fail("Insufficient memory");
+    if (!song->orders.dupBuffer(data + HEADER_SIZE, orderCount)) return fail("Insufficient memory");
 
     auto offsetAt = [&](size_t k) { return rd32le(data + tableAt + 4 * k); };
 
     // Edit history, MIDI configuration, plugin chunks.
     size_t pos = tableEnd;
-    if ((h.special & 0x02) && size - pos >= 2) pos += 2 + 8 * size_t{rd16le(data + pos)};
-    if (h.special & 0x08) {
+    if ((h.special & SPECIAL_EDIT_HISTORY) && size - pos >= 2) pos += 2 + 8 * size_t{rd16le(data + pos)};
+    if (h.special & SPECIAL_MIDI_CONFIG) {
         if (pos <= size && size - pos >= midi::BLOCK_SIZE) {
             if (const unsigned lost = midi::readConfig(data + pos, midi::BLOCK_SIZE, *song))
                 warnings.add("IT: MIDI macro texts the container cannot hold dropped", lost);
@@ -742,7 +737,7 @@ ReadResult readIt(const uint8_t* data, size_t size) {
     if (!readPluginChunks(data, size, pos, *song, channelFx, warnings)) return fail("Insufficient memory");
 
     // Message.
-    if ((h.special & 0x01) && h.messageLength > 0) {
+    if ((h.special & SPECIAL_MESSAGE) && h.messageLength > 0) {
         if (h.messageOffset < size) {
             const char* text = reinterpret_cast<const char*>(data + h.messageOffset);
             const size_t length = std::min<size_t>(h.messageLength, size - h.messageOffset);
@@ -758,7 +753,7 @@ ReadResult readIt(const uint8_t* data, size_t size) {
         song->instruments.reserve(h.instruments);
         for (unsigned i = 0; i < h.instruments; ++i) {
             const uint32_t at = offsetAt(i);
-            if (at == 0 || at > size || size - at < IT_INSTRUMENT_SIZE || std::memcmp(data + at, "IMPI", 4) != 0) {
+            if (at == 0 || at > size || size - at < INSTRUMENT_SIZE || std::memcmp(data + at, "IMPI", 4) != 0) {
                 warnings.add("IT: a missing or damaged instrument header read as an empty instrument");
                 song->instruments.push_back(defaultInstrument());
                 continue;
@@ -777,7 +772,7 @@ ReadResult readIt(const uint8_t* data, size_t size) {
     for (unsigned i = 0; i < h.samples; ++i) {
         SampleRecord& smp = song->samples[i];
         const uint32_t at = offsetAt(size_t{h.instruments} + i);
-        if (at == 0 || at > size || size - at < IT_SAMPLE_SIZE || std::memcmp(data + at, "IMPS", 4) != 0) {
+        if (at == 0 || at > size || size - at < SAMPLE_SIZE || std::memcmp(data + at, "IMPS", 4) != 0) {
             warnings.add("IT: a missing or damaged sample header read as an empty sample");
             continue;
         }
@@ -794,7 +789,7 @@ ReadResult readIt(const uint8_t* data, size_t size) {
 
     unsigned channels = 1;
     bool macroCommands = false;
-    std::array<bool, IT_CHANNELS> used{};
+    std::array<bool, CHANNELS> used{};
     CellLosses losses;
     for (const ItPattern& pattern : patterns) {
         for (const ItCell& c : pattern.cells) {
@@ -808,9 +803,9 @@ ReadResult readIt(const uint8_t* data, size_t size) {
     }
     song->channels = static_cast<uint8_t>(channels);
     for (unsigned c = 0; c < channels; ++c) {
-        const uint8_t raw = data[0x40 + c];
+        const uint8_t raw = data[CHANNEL_PANS + c];
         const uint8_t pan = raw & 0x7F;
-        if (pan == IT_SURROUND)
+        if (pan == SURROUND)
             song->channelPan[c] = PAN_SURROUND;
         else if (pan <= 64)
             song->channelPan[c] = static_cast<uint8_t>(panFromIt(pan));
@@ -818,7 +813,7 @@ ReadResult readIt(const uint8_t* data, size_t size) {
             warnings.add("IT: invalid channel pan read as centre");
             song->channelPan[c] = 128;
         }
-        song->channelVolume[c] = data[0x80 + c];
+        song->channelVolume[c] = data[CHANNEL_VOLUMES + c];
         // The container has no mute flag: a muted channel is kept silent by its channel volume.
         if (raw & 0x80) {
             if (used[c]) warnings.add("IT: a muted channel that holds notes is written with channel volume 0");

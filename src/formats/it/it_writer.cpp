@@ -19,6 +19,7 @@
 
 #include "common/endian.hpp"
 #include "container/track.hpp"
+#include "formats/it/it_layout.hpp"
 #include "writers/translate.hpp"
 #include "writers/writers.hpp"
 
@@ -26,13 +27,11 @@ namespace deqaz {
 
 namespace {
 
-constexpr unsigned IT_MAX_CHANNELS = 64;
-constexpr unsigned IT_MAX_NODES = 25;
-constexpr size_t IT_HEADER_SIZE = 192;
-constexpr size_t IT_INSTRUMENT_SIZE = 557;  // IT's 554-byte layout plus three zero bytes
-constexpr size_t IT_SAMPLE_SIZE = 80;
-constexpr size_t IT_ENVELOPE_SIZE = 82;
-constexpr uint32_t IT_SAMPLE_DATA_OFFSET_FIELD = 0x48;
+using namespace it;
+
+// Instrument headers go out as IT's 554-byte layout plus three zero bytes, as this converter has
+// always written them.
+constexpr size_t INSTRUMENT_WRITTEN_SIZE = INSTRUMENT_SIZE + 3;
 constexpr uint16_t IT_VERSION = 0x0214;
 
 // Track commands that make a module depend on its parametered macros.
@@ -50,7 +49,7 @@ struct ItCounts {
 
 ItCounts countsOf(const SongHeader& song) {
     ItCounts c{};
-    c.channels = std::min<unsigned>(song.channels, IT_MAX_CHANNELS);
+    c.channels = std::min<unsigned>(song.channels, CHANNELS);
     c.orders = static_cast<unsigned>(std::min<size_t>(song.orderCount, song.orders.size()));
     c.instruments = static_cast<unsigned>(std::min<size_t>(song.instrumentCount, song.instruments.size()));
     c.samples = static_cast<unsigned>(std::min<size_t>(song.sampleCount, song.samples.size()));
@@ -100,40 +99,41 @@ uint8_t itChannelPan(uint8_t pan) {
 void buildHeader(const SongHeader& song, const ItCounts& counts, bool instrumentMode, bool macros,
                  uint8_t* h) {
     std::copy_n("IMPM", 4, h);
-    copyName(h + 0x04, 26, song.name);
-    wr16le(h + 0x20, static_cast<uint16_t>(counts.orders + 1));
-    wr16le(h + 0x22, static_cast<uint16_t>(instrumentMode ? counts.instruments : 0));
-    wr16le(h + 0x24, static_cast<uint16_t>(counts.samples));
-    wr16le(h + 0x26, static_cast<uint16_t>(counts.patterns));
-    wr16le(h + 0x28, IT_VERSION);
-    wr16le(h + 0x2A, IT_VERSION);
+    copyName(h + NAME, NAME_SIZE, song.name);
+    wr16le(h + ORDER_COUNT, static_cast<uint16_t>(counts.orders + 1));
+    wr16le(h + INSTRUMENT_COUNT, static_cast<uint16_t>(instrumentMode ? counts.instruments : 0));
+    wr16le(h + SAMPLE_COUNT, static_cast<uint16_t>(counts.samples));
+    wr16le(h + PATTERN_COUNT, static_cast<uint16_t>(counts.patterns));
+    wr16le(h + CREATED_WITH, IT_VERSION);
+    wr16le(h + COMPATIBLE_WITH, IT_VERSION);
 
-    uint16_t flags = 0x0001;
-    if (instrumentMode) flags |= 0x0004;
-    if (song.flags & SH_LINEAR_SLIDES) flags |= 0x0008;
-    if (!(song.flags & SH_IT_NO_OLD_EFFECTS)) flags |= 0x0010;
-    if (!(song.flags & SH_IT_NO_COMPAT_GXX)) flags |= 0x0020;
-    if (song.flags & SH_IT_FLAG_1000) flags |= 0x1000;
-    wr16le(h + 0x2C, flags);
+    uint16_t flags = FLAG_STEREO;
+    if (instrumentMode) flags |= FLAG_INSTRUMENTS;
+    if (song.flags & SH_LINEAR_SLIDES) flags |= FLAG_LINEAR_SLIDES;
+    if (!(song.flags & SH_IT_NO_OLD_EFFECTS)) flags |= FLAG_OLD_EFFECTS;
+    if (!(song.flags & SH_IT_NO_COMPAT_GXX)) flags |= FLAG_COMPAT_GXX;
+    if (song.flags & SH_IT_FLAG_1000) flags |= FLAG_1000;
+    wr16le(h + FLAGS, flags);
 
     const bool hasMessage = !song.message.empty();
     uint16_t special = 0;
-    if (hasMessage) special |= 0x0001;
-    if (macros) special |= 0x000E;
-    wr16le(h + 0x2E, special);
+    if (hasMessage) special |= SPECIAL_MESSAGE;
+    // The MIDI configuration, with the edit-history bit and bit 2 as this converter sets them.
+    if (macros) special |= SPECIAL_EDIT_HISTORY | 0x0004 | SPECIAL_MIDI_CONFIG;
+    wr16le(h + SPECIAL, special);
 
-    h[0x30] = song.globalVolume;
-    h[0x31] = itMixVolume(song.mixVolume);
-    h[0x32] = song.initialSpeed;
-    h[0x33] = song.initialTempo;
-    h[0x34] = song.separation;
+    h[GLOBAL_VOLUME] = song.globalVolume;
+    h[MIX_VOLUME] = itMixVolume(song.mixVolume);
+    h[INITIAL_SPEED] = song.initialSpeed;
+    h[INITIAL_TEMPO] = song.initialTempo;
+    h[SEPARATION] = song.separation;
     // The message length counts the terminating zero; the offset is patched when the text goes out.
-    if (hasMessage) wr16le(h + 0x36, static_cast<uint16_t>(song.message.size() + 1));
+    if (hasMessage) wr16le(h + MESSAGE_LENGTH, static_cast<uint16_t>(song.message.size() + 1));
 
-    for (unsigned c = 0; c < IT_MAX_CHANNELS; ++c) {
+    for (unsigned c = 0; c < CHANNELS; ++c) {
         const bool used = c < counts.channels;
-        h[0x40 + c] = used ? itChannelPan(song.channelPan[c]) : 0x80;  // 0x80: channel disabled
-        h[0x80 + c] = used ? song.channelVolume[c] : 0;
+        h[CHANNEL_PANS + c] = used ? itChannelPan(song.channelPan[c]) : CHANNEL_DISABLED;
+        h[CHANNEL_VOLUMES + c] = used ? song.channelVolume[c] : 0;
     }
 }
 
@@ -148,7 +148,7 @@ void buildEnvelope(const Envelope& env, EnvelopeKind kind, uint8_t* e) {
     if (env.flags & 0x02) flags |= 0x04;
     if (env.flags & 0x20) flags |= 0x08;
     if (kind == EnvelopeKind::Pitch && (env.flags & 0x10)) flags |= 0x80;
-    const unsigned nodes = std::min<unsigned>(env.pointCount, IT_MAX_NODES);
+    const unsigned nodes = std::min<unsigned>(env.pointCount, ENVELOPE_NODES);
     e[0] = flags;
     e[1] = static_cast<uint8_t>(nodes);
     e[2] = env.loopStart;
@@ -170,67 +170,67 @@ void buildEnvelope(const Envelope& env, EnvelopeKind kind, uint8_t* e) {
 
 void buildInstrument(const InstrumentRecord& ins, uint8_t* h) {
     std::copy_n("IMPI", 4, h);
-    copyName(h + 0x004, 12, ins.fileName);
-    h[0x011] = ins.newNoteAction;
-    h[0x012] = ins.duplicateCheckType;
-    h[0x013] = ins.duplicateCheckAction;
-    wr16le(h + 0x014, static_cast<uint16_t>(ins.fadeout >> 5));
-    h[0x016] = ins.pitchPanSeparation;
-    h[0x017] = ins.pitchPanCentre;
-    h[0x018] = ins.globalVolume;
-    h[0x019] = ins.pan == -1 ? 0x80 : static_cast<uint8_t>(ins.pan * 64 / 255);
-    h[0x01A] = static_cast<uint8_t>(ins.randomVolume);
-    h[0x01B] = static_cast<uint8_t>(ins.randomPan >> 2);
-    copyName(h + 0x020, 26, ins.name);
-    h[0x03A] = ins.filterCutoff;
-    h[0x03B] = ins.filterResonance;
+    copyName(h + INS_FILE_NAME, FILE_NAME_SIZE, ins.fileName);
+    h[INS_NEW_NOTE_ACTION] = ins.newNoteAction;
+    h[INS_DUPLICATE_TYPE] = ins.duplicateCheckType;
+    h[INS_DUPLICATE_ACTION] = ins.duplicateCheckAction;
+    wr16le(h + INS_FADEOUT, static_cast<uint16_t>(ins.fadeout >> 5));
+    h[INS_PITCH_PAN_SEPARATION] = ins.pitchPanSeparation;
+    h[INS_PITCH_PAN_CENTRE] = ins.pitchPanCentre;
+    h[INS_GLOBAL_VOLUME] = ins.globalVolume;
+    h[INS_PAN] = ins.pan == -1 ? 0x80 : static_cast<uint8_t>(ins.pan * 64 / 255);
+    h[INS_RANDOM_VOLUME] = static_cast<uint8_t>(ins.randomVolume);
+    h[INS_RANDOM_PAN] = static_cast<uint8_t>(ins.randomPan >> 2);
+    copyName(h + INS_NAME, NAME_SIZE, ins.name);
+    h[INS_FILTER_CUTOFF] = ins.filterCutoff;
+    h[INS_FILTER_RESONANCE] = ins.filterResonance;
     // MIDI channel 0 means the instrument plays no MIDI; the other MIDI fields are then left 0.
     if (ins.midiChannel != 0) {
-        h[0x03C] = static_cast<uint8_t>(ins.midiChannel + 1);
-        h[0x03D] = ins.midiProgram;
-        wr16le(h + 0x03E, ins.midiBank);
+        h[INS_MIDI_CHANNEL] = static_cast<uint8_t>(ins.midiChannel + 1);
+        h[INS_MIDI_PROGRAM] = ins.midiProgram;
+        wr16le(h + INS_MIDI_BANK, ins.midiBank);
     }
     for (unsigned i = 0; i < 120; ++i) {
-        h[0x040 + 2 * i] = static_cast<uint8_t>(ins.noteMap[i].note);
-        h[0x041 + 2 * i] = static_cast<uint8_t>(ins.noteMap[i].sample + 1);  // 0xFFFF (none) -> 0
+        h[INS_KEYBOARD + 2 * i] = static_cast<uint8_t>(ins.noteMap[i].note);
+        h[INS_KEYBOARD + 1 + 2 * i] = static_cast<uint8_t>(ins.noteMap[i].sample + 1);  // 0xFFFF (none) -> 0
     }
-    buildEnvelope(ins.volumeEnvelope, EnvelopeKind::Volume, h + 0x130);
-    buildEnvelope(ins.panningEnvelope, EnvelopeKind::Panning, h + 0x130 + IT_ENVELOPE_SIZE);
-    buildEnvelope(ins.pitchEnvelope, EnvelopeKind::Pitch, h + 0x130 + 2 * IT_ENVELOPE_SIZE);
+    buildEnvelope(ins.volumeEnvelope, EnvelopeKind::Volume, h + INS_ENVELOPES);
+    buildEnvelope(ins.panningEnvelope, EnvelopeKind::Panning, h + INS_ENVELOPES + ENVELOPE_SIZE);
+    buildEnvelope(ins.pitchEnvelope, EnvelopeKind::Pitch, h + INS_ENVELOPES + 2 * ENVELOPE_SIZE);
 }
 
 void buildSample(const SampleRecord& smp, uint8_t* h) {
     std::copy_n("IMPS", 4, h);
-    copyName(h + 0x04, 12, smp.fileName);
-    h[0x11] = smp.globalVolume;
+    copyName(h + SMP_FILE_NAME, FILE_NAME_SIZE, smp.fileName);
+    h[SMP_GLOBAL_VOLUME] = smp.globalVolume;
     uint8_t flags = 0;
-    if (smp.length != 0) flags |= 0x01;  // sample present
-    if (smp.flags & SF_16BIT) flags |= 0x02;
-    if (smp.flags & SF_STEREO) flags |= 0x04;
+    if (smp.length != 0) flags |= SMP_PRESENT;
+    if (smp.flags & SF_16BIT) flags |= SMP_16BIT;
+    if (smp.flags & SF_STEREO) flags |= SMP_STEREO;
     if (smp.flags & SF_LOOP) {
-        flags |= 0x10;
-        if (smp.flags & SF_PINGPONG) flags |= 0x40;
+        flags |= SMP_LOOP;
+        if (smp.flags & SF_PINGPONG) flags |= SMP_PINGPONG;
     }
     if (smp.flags & SF_SUSTAIN) {
-        flags |= 0x20;
-        if (smp.flags & SF_SUSTAIN_PINGPONG) flags |= 0x80;
+        flags |= SMP_SUSTAIN;
+        if (smp.flags & SF_SUSTAIN_PINGPONG) flags |= SMP_SUSTAIN_PINGPONG;
     }
-    h[0x12] = flags;
-    h[0x13] = smp.volume;
-    copyName(h + 0x14, 26, smp.name);
-    h[0x2E] = 1;  // conversion: signed samples
-    h[0x2F] = smp.pan == -1 ? 0 : static_cast<uint8_t>((smp.pan * 64 / 255) | 0x80);
-    wr32le(h + 0x30, smp.length);
-    wr32le(h + 0x34, smp.loopStart);
-    wr32le(h + 0x38, smp.loopEnd);
-    wr32le(h + 0x3C, smp.frequency);
-    wr32le(h + 0x40, smp.sustainStart);
-    wr32le(h + 0x44, smp.sustainEnd);
-    // 0x48: data offset, patched when the data is written.
-    h[0x4C] = smp.vibratoSpeed;
-    h[0x4D] = smp.vibratoDepth;
-    h[0x4E] = smp.vibratoSweep;
-    h[0x4F] = smp.vibratoType;
+    h[SMP_FLAGS] = flags;
+    h[SMP_VOLUME] = smp.volume;
+    copyName(h + SMP_NAME, NAME_SIZE, smp.name);
+    h[SMP_CONVERT] = CONVERT_SIGNED;
+    h[SMP_PAN] = smp.pan == -1 ? 0 : static_cast<uint8_t>((smp.pan * 64 / 255) | 0x80);
+    wr32le(h + SMP_LENGTH, smp.length);
+    wr32le(h + SMP_LOOP_START, smp.loopStart);
+    wr32le(h + SMP_LOOP_END, smp.loopEnd);
+    wr32le(h + SMP_FREQUENCY, smp.frequency);
+    wr32le(h + SMP_SUSTAIN_START, smp.sustainStart);
+    wr32le(h + SMP_SUSTAIN_END, smp.sustainEnd);
+    // SMP_DATA_OFFSET is patched when the data is written.
+    h[SMP_VIBRATO_SPEED] = smp.vibratoSpeed;
+    h[SMP_VIBRATO_DEPTH] = smp.vibratoDepth;
+    h[SMP_VIBRATO_SWEEP] = smp.vibratoSweep;
+    h[SMP_VIBRATO_TYPE] = smp.vibratoType;
 }
 
 // What IT's packer remembers per channel within one pattern.
@@ -283,10 +283,10 @@ void writePattern(const SongHeader& song, OutputBuffer& out, unsigned pattern, u
     const uint32_t rowsAt = out.outputSize();
 
     // One cursor per channel keeps the rebuild linear in the track length.
-    std::array<TrackCursor, IT_MAX_CHANNELS> cursors{};
+    std::array<TrackCursor, CHANNELS> cursors{};
     for (unsigned c = 0; c < channels; ++c) cursors[c] = patternCursor(song, pattern, c);
 
-    std::array<ChannelMemory, IT_MAX_CHANNELS> memory{};
+    std::array<ChannelMemory, CHANNELS> memory{};
     for (uint32_t r = 0; r < rows; ++r) {
         for (unsigned c = 0; c < channels; ++c) {
             EventCell cell;
@@ -309,7 +309,7 @@ void writeIt(WriteContext& ctx) {
     const bool instrumentMode = (song.flags & SH_IT_INSTRUMENTS) != 0;
     const bool macros = usesMidiMacros(song);
 
-    std::array<uint8_t, IT_HEADER_SIZE> header{};
+    std::array<uint8_t, HEADER_SIZE> header{};
     buildHeader(song, counts, instrumentMode, macros, header.data());
     out.appendOutput(header.data(), header.size());
 
@@ -337,7 +337,7 @@ void writeIt(WriteContext& ctx) {
     }
 
     if (instrumentMode) {
-        std::array<uint8_t, IT_INSTRUMENT_SIZE> scratch;
+        std::array<uint8_t, INSTRUMENT_WRITTEN_SIZE> scratch;
         for (unsigned i = 0; i < counts.instruments; ++i) {
             recordOffset();
             scratch.fill(0);
@@ -348,7 +348,7 @@ void writeIt(WriteContext& ctx) {
 
     const uint32_t firstSampleAt = out.outputSize();
     {
-        std::array<uint8_t, IT_SAMPLE_SIZE> scratch;
+        std::array<uint8_t, SAMPLE_SIZE> scratch;
         for (unsigned i = 0; i < counts.samples; ++i) {
             recordOffset();
             scratch.fill(0);
@@ -365,7 +365,7 @@ void writeIt(WriteContext& ctx) {
 
     for (unsigned i = 0; i < counts.samples; ++i) {
         if (out.failed()) return;
-        out.patch32(firstSampleAt + static_cast<uint32_t>(IT_SAMPLE_SIZE) * i + IT_SAMPLE_DATA_OFFSET_FIELD,
+        out.patch32(firstSampleAt + static_cast<uint32_t>(SAMPLE_SIZE) * i + SMP_DATA_OFFSET,
                     out.outputSize());
         out.writeSamplePcm(song.samples[i], 0);
     }

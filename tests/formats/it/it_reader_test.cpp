@@ -9,7 +9,7 @@
 
 #include "common/endian.hpp"
 #include "container/track.hpp"
-#include "readers/it_sample_decompress.hpp"
+#include "formats/it/it_sample_decompress.hpp"
 #include "readers/module_reader.hpp"
 #include "support/module_builder.hpp"
 #include "support/xmp_compare.hpp"

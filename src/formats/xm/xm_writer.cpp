@@ -18,6 +18,7 @@
 #include "common/endian.hpp"
 #include "container/track.hpp"
 #include "formats/midi_config.hpp"
+#include "formats/xm/xm_layout.hpp"
 #include "writers/translate.hpp"
 #include "writers/writers.hpp"
 
@@ -25,22 +26,10 @@ namespace deqaz {
 
 namespace {
 
-constexpr size_t XM_HEADER_SIZE = 336;
-constexpr uint32_t XM_HEADER_SIZE_FIELD = 276;  // counted from the field itself, at offset 60
-constexpr uint16_t XM_VERSION = 0x0104;
-constexpr unsigned XM_MAX_ORDERS = 256;
-constexpr size_t XM_PATTERN_HEADER_SIZE = 9;
-constexpr size_t XM_INSTRUMENT_SHORT = 33;   // header of an instrument without samples
-constexpr size_t XM_INSTRUMENT_FULL = 248;   // with key map, envelopes and vibrato
-constexpr size_t XM_SAMPLE_HEADER_SIZE = 40;
-constexpr unsigned XM_KEYS = 96;
-constexpr unsigned XM_ENVELOPE_POINTS = 12;
-constexpr uint8_t XM_KEY_OFF = 97;
+using namespace xm;
+
 constexpr uint16_t NO_SAMPLE = 0xFFFF;
 constexpr unsigned MAX_CHANNELS = 256;  // the song header counts channels in a byte
-
-// Cell packing: the flag byte's high bit says "packed", each low bit announces one field.
-constexpr uint8_t XM_PACKED = 0x80;
 
 // Counts as the records actually hold them, so a header never promises more than is written.
 struct XmCounts {
@@ -67,8 +56,8 @@ void buildHeader(const SongHeader& song, const XmCounts& counts, uint8_t* h) {
     h[37] = 0x1A;
     const char* tracker = (song.flags & SH_XM_ALT_TRACKER_NAME) ? "FastTracker v 2.00  " : "FastTracker v2.00   ";
     std::memcpy(h + 38, tracker, 20);
-    wr16le(h + 58, XM_VERSION);
-    wr32le(h + 60, XM_HEADER_SIZE_FIELD);
+    wr16le(h + 58, VERSION);
+    wr32le(h + 60, SONG_HEADER_SIZE);
     wr16le(h + 64, static_cast<uint16_t>(counts.orders));
     wr16le(h + 66, song.restartPos);
     wr16le(h + 68, static_cast<uint16_t>(counts.channels));
@@ -77,15 +66,15 @@ void buildHeader(const SongHeader& song, const XmCounts& counts, uint8_t* h) {
     wr16le(h + 74, (song.flags & SH_LINEAR_SLIDES) ? 1 : 0);
     wr16le(h + 76, song.initialSpeed);
     wr16le(h + 78, song.initialTempo);
-    if (counts.orders) std::memcpy(h + 80, song.orders.data(), std::min(counts.orders, XM_MAX_ORDERS));
+    if (counts.orders) std::memcpy(h + 80, song.orders.data(), std::min(counts.orders, MAX_ORDERS));
 }
 
 // Packs one cell: the flag byte, then each field that is non-zero. The flag byte is written
 // even when all five fields follow, so every cell is at least one byte. Returns whether the
 // cell holds anything.
 bool packCell(OutputBuffer& out, EventCell cell) {
-    if (cell.note == 0xFF) cell.note = XM_KEY_OFF;
-    uint8_t flags = XM_PACKED;
+    if (cell.note == 0xFF) cell.note = KEY_OFF;
+    uint8_t flags = PACKED;
     if (cell.note) flags |= 0x01;
     if (cell.instrument) flags |= 0x02;
     if (cell.volume) flags |= 0x04;
@@ -97,7 +86,7 @@ bool packCell(OutputBuffer& out, EventCell cell) {
     if (cell.volume) out.put8(cell.volume);
     if (cell.effect) out.put8(cell.effect);
     if (cell.parameter) out.put8(cell.parameter);
-    return flags != XM_PACKED;
+    return flags != PACKED;
 }
 
 void writePattern(const WriteContext& ctx, unsigned pattern, unsigned channels,
@@ -107,8 +96,8 @@ void writePattern(const WriteContext& ctx, unsigned pattern, unsigned channels,
     const uint16_t rows = song.patternRows[pattern];
 
     const uint32_t headerAt = out.outputSize();
-    uint8_t header[XM_PATTERN_HEADER_SIZE] = {};
-    wr32le(header, XM_PATTERN_HEADER_SIZE);
+    uint8_t header[PATTERN_HEADER_SIZE] = {};
+    wr32le(header, PATTERN_HEADER_SIZE);
     header[4] = 0;  // packing type
     wr16le(header + 5, rows);
     // header + 7: packed size, patched below
@@ -162,7 +151,7 @@ SampleRun findSampleRun(const SongHeader& song, const InstrumentRecord& ins, uns
         first = last = firstNaming[number];
         while (last + 1 < sampleCount && song.samples[last + 1].globalVolume == number) ++last;
     } else {
-        for (unsigned k = 0; k < XM_KEYS; ++k) {
+        for (unsigned k = 0; k < KEYS; ++k) {
             const uint16_t s = ins.noteMap[k].sample;
             if (s == NO_SAMPLE) continue;
             first = std::min<unsigned>(first, s);
@@ -177,23 +166,23 @@ SampleRun findSampleRun(const SongHeader& song, const InstrumentRecord& ins, uns
 }
 
 void putEnvelopePoints(const Envelope& env, uint8_t* p) {
-    for (unsigned k = 0; k < XM_ENVELOPE_POINTS; ++k) {
+    for (unsigned k = 0; k < ENVELOPE_POINTS; ++k) {
         wr16le(p + 4 * k, env.points[k].tick);
         wr16le(p + 4 * k + 2, env.points[k].value);
     }
 }
 
 void buildInstrument(const InstrumentRecord& ins, const SampleRun& run, uint8_t* h) {
-    wr32le(h, static_cast<uint32_t>(run.count ? XM_INSTRUMENT_FULL : XM_INSTRUMENT_SHORT));
+    wr32le(h, static_cast<uint32_t>(run.count ? INSTRUMENT_FULL : INSTRUMENT_SHORT));
     copyName(h + 4, 22, ins.name);
     h[26] = 0;  // instrument type
     wr16le(h + 27, static_cast<uint16_t>(run.count));
-    wr32le(h + 29, XM_SAMPLE_HEADER_SIZE);
+    wr32le(h + 29, SAMPLE_HEADER_SIZE);
     if (!run.count) return;
 
     // Key map, relative to the instrument's first sample; a single sample plays on every key.
     if (run.count >= 2) {
-        for (unsigned k = 0; k < XM_KEYS; ++k) {
+        for (unsigned k = 0; k < KEYS; ++k) {
             const uint16_t s = ins.noteMap[k].sample;
             if (s != NO_SAMPLE) h[33 + k] = static_cast<uint8_t>(s - run.first);
         }
@@ -263,14 +252,14 @@ void writeInstruments(WriteContext& ctx, const XmCounts& counts) {
     }
     firstNaming[0] = NONE;  // instruments are numbered from 1
 
-    std::array<uint8_t, XM_INSTRUMENT_FULL> header;
-    std::array<uint8_t, XM_SAMPLE_HEADER_SIZE> sampleHeader;
+    std::array<uint8_t, INSTRUMENT_FULL> header;
+    std::array<uint8_t, SAMPLE_HEADER_SIZE> sampleHeader;
     for (unsigned i = 0; i < counts.instruments; ++i) {
         const InstrumentRecord& ins = song.instruments[i];
         const SampleRun run = findSampleRun(song, ins, i + 1, counts.samples, firstNaming);
         header.fill(0);
         buildInstrument(ins, run, header.data());
-        out.appendOutput(header.data(), run.count ? XM_INSTRUMENT_FULL : XM_INSTRUMENT_SHORT);
+        out.appendOutput(header.data(), run.count ? INSTRUMENT_FULL : INSTRUMENT_SHORT);
         for (unsigned s = run.first; s < run.first + run.count; ++s) {
             sampleHeader.fill(0);
             buildSample(song.samples[s], sampleHeader.data());
@@ -302,10 +291,10 @@ void writeXm(WriteContext& ctx) {
     const SongHeader& song = ctx.song;
     OutputBuffer& out = ctx.out;
     const XmCounts counts = countsOf(song);
-    if (counts.orders > XM_MAX_ORDERS)
-        ctx.diag.note("XM lists 256 orders; %u more left out of the table", counts.orders - XM_MAX_ORDERS);
+    if (counts.orders > MAX_ORDERS)
+        ctx.diag.note("XM lists 256 orders; %u more left out of the table", counts.orders - MAX_ORDERS);
 
-    std::array<uint8_t, XM_HEADER_SIZE> header{};
+    std::array<uint8_t, HEADER_SIZE> header{};
     buildHeader(song, counts, header.data());
     out.appendOutput(header.data(), header.size());
 

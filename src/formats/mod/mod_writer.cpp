@@ -24,6 +24,7 @@
 
 #include "common/endian.hpp"
 #include "container/track.hpp"
+#include "formats/mod/mod_layout.hpp"
 #include "writers/translate.hpp"
 #include "writers/writers.hpp"
 
@@ -31,13 +32,7 @@ namespace deqaz {
 
 namespace {
 
-constexpr size_t MOD_HEADER_SIZE = 1084;
-constexpr unsigned MOD_SLOTS = 31;
-constexpr size_t MOD_SLOT_SIZE = 30;
-constexpr unsigned MOD_ORDERS = 128;
-constexpr unsigned MOD_ROWS = 64;
-constexpr unsigned MOD_MAX_CHANNELS = 99;
-constexpr size_t MOD_CELL_SIZE = 4;
+using namespace mod;
 
 struct ModCounts {
     unsigned channels;  // written, at most 99
@@ -49,10 +44,10 @@ struct ModCounts {
 
 ModCounts countsOf(const SongHeader& song) {
     ModCounts c{};
-    c.channels = std::min<unsigned>(song.channels, MOD_MAX_CHANNELS);
+    c.channels = std::min<unsigned>(song.channels, MAX_CHANNELS);
     c.orders = static_cast<unsigned>(std::min<size_t>(song.orderCount, song.orders.size()));
     c.samples = static_cast<unsigned>(std::min<size_t>(song.sampleCount, song.samples.size()));
-    c.slots = std::min(c.samples, MOD_SLOTS);
+    c.slots = std::min(c.samples, SLOTS);
     c.patterns = static_cast<unsigned>(std::min<size_t>(song.patternCount, song.patternRows.size()));
     return c;
 }
@@ -71,7 +66,7 @@ void putSignature(unsigned samples, unsigned channels, uint8_t* p) {
         std::memcpy(p, fixed, 4);
         return;
     }
-    channels = std::min(channels, MOD_MAX_CHANNELS);
+    channels = std::min(channels, MAX_CHANNELS);
     if (channels < 10) {
         p[0] = static_cast<uint8_t>('0' + channels);
         std::memcpy(p + 1, "CHN", 3);
@@ -95,12 +90,12 @@ void buildSlot(const SongHeader& song, unsigned index, uint8_t* p) {
 
 void buildHeader(const SongHeader& song, const ModCounts& counts, uint8_t* h) {
     copyName(h, 20, song.name);
-    for (unsigned i = 0; i < counts.slots; ++i) buildSlot(song, i, h + 20 + MOD_SLOT_SIZE * i);
+    for (unsigned i = 0; i < counts.slots; ++i) buildSlot(song, i, h + 20 + SLOT_SIZE * i);
     h[950] = static_cast<uint8_t>(counts.orders);
     h[951] = song.restartPos == 0 ? 0x7F : static_cast<uint8_t>(song.restartPos);
-    const unsigned tableOrders = std::min(counts.orders, MOD_ORDERS);
+    const unsigned tableOrders = std::min(counts.orders, ORDERS);
     if (tableOrders) std::memcpy(h + 952, song.orders.data(), tableOrders);
-    putSignature(counts.samples, counts.channels, h + 1080);
+    putSignature(counts.samples, counts.channels, h + SIGNATURE_AT);
 }
 
 // Amiga period of a cell note: 856 for note 37 (C-3), halving every octave.
@@ -114,25 +109,25 @@ void writePatterns(const WriteContext& ctx, const ModCounts& counts, const Trans
     const SongHeader& song = ctx.song;
     OutputBuffer& out = ctx.out;
     const unsigned channels = counts.channels;
-    std::array<TrackCursor, MOD_MAX_CHANNELS> cursors{};
-    std::array<uint8_t, MOD_MAX_CHANNELS * MOD_CELL_SIZE> row{};
+    std::array<TrackCursor, MAX_CHANNELS> cursors{};
+    std::array<uint8_t, MAX_CHANNELS * CELL_SIZE> row{};
 
     for (unsigned p = 0; p < counts.patterns; ++p) {
         // One cursor per channel keeps the rebuild linear in the track length.
         for (unsigned c = 0; c < channels; ++c) cursors[c] = patternCursor(song, p, c);
         // MOD patterns are always 64 rows, whatever the pattern's own row count.
-        for (uint32_t r = 0; r < MOD_ROWS; ++r) {
+        for (uint32_t r = 0; r < ROWS; ++r) {
             for (unsigned c = 0; c < channels; ++c) {
                 EventCell cell;
                 translateEvent(cell, cursors[c].at(r), tctx);
                 const uint16_t period = periodOf(cell.note);
-                uint8_t* q = row.data() + MOD_CELL_SIZE * c;
+                uint8_t* q = row.data() + CELL_SIZE * c;
                 q[0] = static_cast<uint8_t>((cell.instrument & 0xF0) | (period >> 8));
                 q[1] = static_cast<uint8_t>(period);
                 q[2] = static_cast<uint8_t>((cell.instrument << 4) + cell.effect);
                 q[3] = cell.parameter;
             }
-            out.appendOutput(row.data(), MOD_CELL_SIZE * channels);
+            out.appendOutput(row.data(), CELL_SIZE * channels);
         }
     }
 }
@@ -157,16 +152,16 @@ void writeMod(WriteContext& ctx) {
     OutputBuffer& out = ctx.out;
     const ModCounts counts = countsOf(song);
 
-    if (counts.samples > MOD_SLOTS) ctx.diag.note("MOD holds 31 samples; %u more dropped", counts.samples - MOD_SLOTS);
-    if (song.channels > MOD_MAX_CHANNELS)
-        ctx.diag.note("MOD holds 99 channels; %u more dropped", song.channels - MOD_MAX_CHANNELS);
-    if (counts.orders > MOD_ORDERS)
-        ctx.diag.note("MOD lists 128 orders; %u more left out of the table", counts.orders - MOD_ORDERS);
+    if (counts.samples > SLOTS) ctx.diag.note("MOD holds 31 samples; %u more dropped", counts.samples - SLOTS);
+    if (song.channels > MAX_CHANNELS)
+        ctx.diag.note("MOD holds 99 channels; %u more dropped", song.channels - MAX_CHANNELS);
+    if (counts.orders > ORDERS)
+        ctx.diag.note("MOD lists 128 orders; %u more left out of the table", counts.orders - ORDERS);
     unsigned reduced = 0;
     for (unsigned i = 0; i < counts.slots; ++i) reduced += !isPlainMod(song.samples[i]);
     if (reduced) ctx.diag.note("MOD samples are 8-bit mono; %u 16-bit or stereo samples reduced", reduced);
 
-    std::array<uint8_t, MOD_HEADER_SIZE> header{};
+    std::array<uint8_t, HEADER_SIZE> header{};
     buildHeader(song, counts, header.data());
     out.appendOutput(header.data(), header.size());
 

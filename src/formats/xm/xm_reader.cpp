@@ -45,27 +45,16 @@
 
 #include "common/endian.hpp"
 #include "formats/midi_config.hpp"
+#include "formats/xm/xm_layout.hpp"
 #include "readers/module_reader.hpp"
 
 namespace deqaz {
 
 namespace {
 
-constexpr size_t XM_PREAMBLE = 60;  // up to and including the version
+using namespace xm;
+
 constexpr size_t XM_SONG_FIELDS = 20;  // header-size field to the order table
-constexpr uint16_t XM_VERSION = 0x0104;
-constexpr uint16_t XM_OLDEST = 0x0102;  // 1.02 and 1.03: instruments first, sample data last
-constexpr unsigned XM_MAX_ORDERS = 256;
-constexpr unsigned XM_MAX_PATTERNS = 256;
-constexpr unsigned XM_MAX_INSTRUMENTS = 255;  // a sample names its instrument in one byte
-constexpr unsigned XM_MAX_ROWS = 1024;
-constexpr size_t XM_INSTRUMENT_FULL = 248;
-constexpr size_t XM_INSTRUMENT_FIRST = 29;  // size, name, type, number of samples
-constexpr size_t XM_SAMPLE_HEADER = 40;
-constexpr unsigned XM_KEYS = 96;
-constexpr unsigned XM_ENVELOPE_POINTS = 12;
-constexpr uint8_t XM_KEY_OFF = 97;
-constexpr uint8_t XM_ADPCM = 0xAD;  // ModPlug's 4-bit ADPCM marker in the reserved byte
 
 // Track command numbers of the XM side.
 enum : uint8_t {
@@ -162,7 +151,7 @@ struct XmCell {
 void cellCommands(const XmCell& c, TrackRow& row, ReadWarnings& warnings) {
     if (c.note >= 1 && c.note <= 96)
         row.push_back({CMD_NOTE, static_cast<uint8_t>(c.note - 1)});
-    else if (c.note == XM_KEY_OFF)
+    else if (c.note == KEY_OFF)
         row.push_back({CMD_NOTE, 0xFF});
     else if (c.note)
         warnings.add("XM: notes above key-off dropped");
@@ -306,7 +295,7 @@ SampleHeader readSampleHeader(ByteReader& in) {
 
 // Bytes of stored data a sample header announces.
 uint64_t storedBytes(const SampleHeader& h) {
-    if (h.reserved == XM_ADPCM && !(h.type & 0x10)) return 16 + (uint64_t{h.length} + 1) / 2;
+    if (h.reserved == ADPCM && !(h.type & 0x10)) return 16 + (uint64_t{h.length} + 1) / 2;
     return h.length;
 }
 
@@ -377,8 +366,8 @@ bool readSampleData(ByteReader& in, const SampleHeader& h, SampleRecord& s, Read
     in.seek(in.pos() + have);
     const bool is16 = (s.flags & SF_16BIT) != 0;
     const size_t bytesPerFrame = is16 ? 2 : 1;
-    const bool adpcm = h.reserved == XM_ADPCM && !is16 && !(s.flags & SF_STEREO);
-    if (h.reserved == XM_ADPCM && !adpcm) warnings.add("XM: ADPCM marker on a 16-bit or stereo sample ignored");
+    const bool adpcm = h.reserved == ADPCM && !is16 && !(s.flags & SF_STEREO);
+    if (h.reserved == ADPCM && !adpcm) warnings.add("XM: ADPCM marker on a 16-bit or stereo sample ignored");
     if (have < want) {
         warnings.add("XM: sample data cut short by the end of the file");
         if (s.flags & SF_STEREO) {  // the right channel follows the left whole: keep the left
@@ -402,7 +391,7 @@ bool readSampleData(ByteReader& in, const SampleHeader& h, SampleRecord& s, Read
 }
 
 void readEnvelope(const uint8_t* h, size_t pointsAt, Envelope& env) {
-    for (unsigned k = 0; k < XM_ENVELOPE_POINTS; ++k) {
+    for (unsigned k = 0; k < ENVELOPE_POINTS; ++k) {
         env.points[k].tick = rd16le(h + pointsAt + 4 * k);
         env.points[k].value = rd16le(h + pointsAt + 4 * k + 2);
     }
@@ -427,16 +416,16 @@ struct DeferredData {
 bool readInstrument(ByteReader& in, unsigned number, SongHeader& song, ReadWarnings& warnings, bool& ended,
                     std::vector<DeferredData>* deferred) {
     const size_t start = in.pos();
-    std::array<uint8_t, XM_INSTRUMENT_FULL> h{};
+    std::array<uint8_t, INSTRUMENT_FULL> h{};
     const uint32_t headerSize = in.has(4) ? rd32le(in.at(start)) : 0;
-    if (!in.has(XM_INSTRUMENT_FIRST) || headerSize > in.size() - start) {
+    if (!in.has(INSTRUMENT_FIRST) || headerSize > in.size() - start) {
         warnings.add("XM: the file ends inside instrument " + std::to_string(number) + "; the rest are empty");
         song.instruments.push_back(emptyInstrument());
         ended = true;
         return true;
     }
     in.bytes(h.data(), std::min<size_t>({headerSize, h.size(), in.size() - start}));
-    in.seek(start + std::max<size_t>(headerSize, XM_INSTRUMENT_FIRST));
+    in.seek(start + std::max<size_t>(headerSize, INSTRUMENT_FIRST));
 
     InstrumentRecord ins = emptyInstrument();
     {
@@ -446,22 +435,22 @@ bool readInstrument(ByteReader& in, unsigned number, SongHeader& song, ReadWarni
     unsigned samples = rd16le(h.data() + 27);
 
     if (samples > 0) {
-        if (headerSize < XM_INSTRUMENT_FULL) warnings.add("XM: short instrument headers read with zeros for the missing fields");
+        if (headerSize < INSTRUMENT_FULL) warnings.add("XM: short instrument headers read with zeros for the missing fields");
         const uint32_t sampleHeaderSize = rd32le(h.data() + 29);
-        size_t step = XM_SAMPLE_HEADER;
-        if (sampleHeaderSize != XM_SAMPLE_HEADER) {
-            if (sampleHeaderSize > XM_SAMPLE_HEADER && sampleHeaderSize <= 256) step = sampleHeaderSize;
+        size_t step = SAMPLE_HEADER_SIZE;
+        if (sampleHeaderSize != SAMPLE_HEADER_SIZE) {
+            if (sampleHeaderSize > SAMPLE_HEADER_SIZE && sampleHeaderSize <= 256) step = sampleHeaderSize;
             warnings.add("XM: sample header size other than 40 written back as 40");
         }
         const size_t first = song.samples.size();
         if (first + samples > 0xFFFF) samples = static_cast<unsigned>(0xFFFF - first);
         if (samples > 1) {
-            for (unsigned k = 0; k < XM_KEYS; ++k)
+            for (unsigned k = 0; k < KEYS; ++k)
                 ins.noteMap[k].sample = static_cast<uint16_t>(std::min<size_t>(first + h[33 + k], 0xFFFE));
         } else {
-            if (std::any_of(h.begin() + 33, h.begin() + 33 + XM_KEYS, [](uint8_t v) { return v != 0; }))
+            if (std::any_of(h.begin() + 33, h.begin() + 33 + KEYS, [](uint8_t v) { return v != 0; }))
                 warnings.add("XM: key map of a one-sample instrument written as all zeros");
-            for (unsigned k = 0; k < XM_KEYS; ++k) ins.noteMap[k].sample = static_cast<uint16_t>(first);
+            for (unsigned k = 0; k < KEYS; ++k) ins.noteMap[k].sample = static_cast<uint16_t>(first);
         }
         readEnvelope(h.data(), 129, ins.volumeEnvelope);
         readEnvelope(h.data(), 177, ins.panningEnvelope);
@@ -496,7 +485,7 @@ bool readInstrument(ByteReader& in, unsigned number, SongHeader& song, ReadWarni
         headers.reserve(samples);
         for (unsigned i = 0; i < samples; ++i) {
             const size_t at = in.pos();
-            if (!in.has(XM_SAMPLE_HEADER)) {
+            if (!in.has(SAMPLE_HEADER_SIZE)) {
                 warnings.add("XM: the file ends inside the sample headers; the rest is lost");
                 ended = true;
                 break;
@@ -535,18 +524,18 @@ bool isXmSignature(const uint8_t* data, size_t size) {
 
 ReadResult readXm(const uint8_t* data, size_t size) {
     if (!isXmSignature(data, size)) return fail("not an XM file: no \"Extended Module: \" signature");
-    if (size < XM_PREAMBLE + XM_SONG_FIELDS) return fail("XM file truncated in its header");
+    if (size < PREAMBLE_SIZE + XM_SONG_FIELDS) return fail("XM file truncated in its header");
     ByteReader in(data, size);
     ReadWarnings warnings;
 
     const uint16_t version = rd16le(data + 58);
-    if (version < XM_OLDEST || version > XM_VERSION) {
+    if (version < OLDEST_VERSION || version > VERSION) {
         char text[80];
         std::snprintf(text, sizeof text, "XM version %x.%02x is not supported (only 1.02 to 1.04)", version >> 8,
                       version & 0xFF);
         return fail(text);
     }
-    const bool oldLayout = version < XM_VERSION;
+    const bool oldLayout = version < VERSION;
     if (oldLayout) warnings.add("XM: the layout of versions 1.02 and 1.03 written back as 1.04's");
 
     auto song = std::make_unique<SongHeader>();
@@ -569,12 +558,12 @@ ReadResult readXm(const uint8_t* data, size_t size) {
     const uint16_t tempo = in.u16();
     if (headerSize < XM_SONG_FIELDS) return fail("XM header size too small for its fields");
     if (channels > 255) return fail("XM file has more than 255 channels");
-    if (patterns > XM_MAX_PATTERNS) {
+    if (patterns > MAX_PATTERNS) {
         warnings.add("XM: patterns past 256 cannot be played and were dropped");
     }
-    if (instruments > XM_MAX_INSTRUMENTS) {
+    if (instruments > MAX_INSTRUMENTS) {
         warnings.add("XM: instruments past 255 dropped");
-        instruments = XM_MAX_INSTRUMENTS;
+        instruments = MAX_INSTRUMENTS;
     }
 
     song->channels = static_cast<uint8_t>(channels);
@@ -589,11 +578,11 @@ ReadResult readXm(const uint8_t* data, size_t size) {
     song->channelPan.fill(128);
 
     // The order table: the song length's worth, as far as the header holds it.
-    const size_t tableRoom = std::min<size_t>(headerSize - XM_SONG_FIELDS, XM_MAX_ORDERS);
+    const size_t tableRoom = std::min<size_t>(headerSize - XM_SONG_FIELDS, MAX_ORDERS);
     const size_t orders = std::min<size_t>(songLength, tableRoom);
     if (orders < songLength) warnings.add("XM: song length beyond the header's order table cut");
     {
-        std::array<uint8_t, XM_MAX_ORDERS> table{};
+        std::array<uint8_t, MAX_ORDERS> table{};
         in.seek(80);
         in.bytes(table.data(), orders);
         if (!song->orders.dupBuffer(table.data(), orders)) return fail("Insufficient memory");
@@ -601,7 +590,7 @@ ReadResult readXm(const uint8_t* data, size_t size) {
         song->hasOrders = true;
     }
 
-    size_t pos = XM_PREAMBLE + size_t{headerSize};
+    size_t pos = PREAMBLE_SIZE + size_t{headerSize};
     bool ended = pos > size;
     if (ended) warnings.add("XM: the file ends inside its header; the rest is empty");
 
@@ -623,9 +612,9 @@ ReadResult readXm(const uint8_t* data, size_t size) {
     if (oldLayout && !readInstruments()) return fail("Insufficient memory");
 
     // Patterns; 1.02's header holds the row count less one in a byte.
-    const size_t patternHeader = version == XM_OLDEST ? 8 : 9;
+    const size_t patternHeader = version == OLDEST_VERSION ? 8 : 9;
     PatternBuilder builder(channels);
-    const unsigned keptPatterns = std::min<unsigned>(patterns, XM_MAX_PATTERNS);
+    const unsigned keptPatterns = std::min<unsigned>(patterns, MAX_PATTERNS);
     for (unsigned p = 0; p < patterns; ++p) {
         if (ended || size - pos < patternHeader) {
             if (!ended) warnings.add("XM: the file ends inside the patterns; the rest are empty");
@@ -634,12 +623,12 @@ ReadResult readXm(const uint8_t* data, size_t size) {
             continue;
         }
         const uint32_t length = rd32le(data + pos);
-        unsigned rows = version == XM_OLDEST ? data[pos + 5] + 1u : rd16le(data + pos + 5);
+        unsigned rows = version == OLDEST_VERSION ? data[pos + 5] + 1u : rd16le(data + pos + 5);
         const uint16_t packed = rd16le(data + pos + patternHeader - 2);
         if (data[pos + 4] != 0) warnings.add("XM: unknown pattern packing type ignored");
-        if (rows > XM_MAX_ROWS) {
+        if (rows > MAX_ROWS) {
             warnings.add("XM: patterns longer than 1024 rows cut");
-            rows = XM_MAX_ROWS;
+            rows = MAX_ROWS;
         }
         const size_t dataAt = pos + std::max<size_t>(length, patternHeader);
         if (p < keptPatterns) {

@@ -37,21 +37,21 @@
 #include <cstring>
 
 #include "common/endian.hpp"
+#include "formats/mod/mod_layout.hpp"
 #include "readers/module_reader.hpp"
 
 namespace deqaz {
 
 namespace {
 
-constexpr unsigned MOD_ROWS = 64;
-constexpr unsigned MOD_ORDERS = 128;
-constexpr size_t SIGNATURE_AT = 1080;
+using namespace mod;
+
 constexpr unsigned HIGHEST_NOTE = 120;  // B-9; smaller periods all read as it
 
 struct Layout {
     unsigned samples = 31;
     unsigned channels = 4;
-    size_t headerSize = 1084;  // where the patterns start
+    size_t headerSize = HEADER_SIZE;  // where the patterns start
     bool flt8 = false;
     bool hmn = false;
     bool modsGrave = false;  // "M.K." that may hold 8 channels
@@ -134,19 +134,19 @@ Slot readSlot(ByteReader& in) {
 // sample lengths of at most 64 KiB, room for the patterns, and cells with plausible periods
 // and instrument numbers.
 bool plausibleSoundtracker(const uint8_t* data, size_t size, const std::array<Slot, 31>& slots) {
-    if (size < 600 + MOD_ROWS * 4 * 4) return false;
+    if (size < 600 + ROWS * 4 * 4) return false;
     const uint8_t length = data[470];
-    if (length == 0 || length > MOD_ORDERS) return false;
+    if (length == 0 || length > ORDERS) return false;
     unsigned maxPattern = 0;
-    for (unsigned i = 0; i < MOD_ORDERS; ++i) {
-        if (data[472 + i] >= MOD_ORDERS) return false;
+    for (unsigned i = 0; i < ORDERS; ++i) {
+        if (data[472 + i] >= ORDERS) return false;
         if (i < length) maxPattern = std::max<unsigned>(maxPattern, data[472 + i]);
     }
     for (unsigned i = 0; i < 15; ++i) {
         const Slot& s = slots[i];
         if (s.volume > 64 || s.finetune > 15 || s.lengthWords > 32768) return false;
     }
-    const size_t patternBytes = (size_t{maxPattern} + 1) * MOD_ROWS * 4 * 4;
+    const size_t patternBytes = (size_t{maxPattern} + 1) * ROWS * 4 * 4;
     if (600 + patternBytes > size) return false;
     size_t odd = 0;
     for (size_t at = 600; at < 600 + patternBytes; at += 4) {
@@ -273,24 +273,24 @@ ReadResult readIce(const uint8_t* data, size_t size) {
     for (Slot& slot : slots) slot = readSlot(in);
     const unsigned length = data[950], tracks = data[951];
     const uint8_t* table = data + 952;
-    if (length == 0 || length > MOD_ORDERS) return fail("ICE Tracker module has no song positions or more than 128");
+    if (length == 0 || length > ORDERS) return fail("ICE Tracker module has no song positions or more than 128");
     if (std::any_of(table, table + length * 4, [&](uint8_t t) { return t >= tracks; }))
         return fail("ICE Tracker module names a track it does not hold");
-    if (ICE_TRACKS_AT + size_t{tracks} * MOD_ROWS * 4 > size) return fail("ICE Tracker module ends inside its tracks");
+    if (ICE_TRACKS_AT + size_t{tracks} * ROWS * 4 > size) return fail("ICE Tracker module ends inside its tracks");
 
     auto song = amigaSong(data, 4);
-    std::array<uint8_t, MOD_ORDERS> orders;
-    for (unsigned i = 0; i < MOD_ORDERS; ++i) orders[i] = static_cast<uint8_t>(i);
+    std::array<uint8_t, ORDERS> orders;
+    for (unsigned i = 0; i < ORDERS; ++i) orders[i] = static_cast<uint8_t>(i);
     if (!song->orders.dupBuffer(orders.data(), length)) return fail("Insufficient memory");
     song->orderCount = static_cast<uint16_t>(length);
     song->hasOrders = true;
     PatternBuilder builder(4);
     bool swing = false;
     for (unsigned p = 0; p < length; ++p) {
-        builder.beginPattern(MOD_ROWS);
+        builder.beginPattern(ROWS);
         for (unsigned c = 0; c < 4; ++c)
-            for (unsigned r = 0; r < MOD_ROWS; ++r) {
-                const uint8_t* cell = data + ICE_TRACKS_AT + (size_t{table[p * 4 + c]} * MOD_ROWS + r) * 4;
+            for (unsigned r = 0; r < ROWS; ++r) {
+                const uint8_t* cell = data + ICE_TRACKS_AT + (size_t{table[p * 4 + c]} * ROWS + r) * 4;
                 swing |= (cell[2] & 0x0F) == 0x0F && (cell[3] >> 4) && (cell[3] & 0x0F);
                 decodeCell(cell, builder.cell(r, c));
             }
@@ -305,7 +305,7 @@ ReadResult readIce(const uint8_t* data, size_t size) {
         if (slot.lengthWords > 0 && slot.lengthWords <= 2) slot.lengthWords = 0, tiny = true;
     }
     if (tiny) warnings.add("MOD: samples of 4 bytes or less dropped, as players do");
-    if (!readSamples(data, size, ICE_TRACKS_AT + size_t{tracks} * MOD_ROWS * 4, slots, 31, *song, warnings))
+    if (!readSamples(data, size, ICE_TRACKS_AT + size_t{tracks} * ROWS * 4, slots, 31, *song, warnings))
         return fail("Insufficient memory");
     ReadResult result;
     warnings.moveTo(result);
@@ -319,7 +319,7 @@ ReadResult readMod(const uint8_t* data, size_t size) {
     ByteReader in(data, size);
     std::array<Slot, 31> slots;
 
-    const bool signed31 = size >= 1084 && signatureLayout(data + SIGNATURE_AT, layout);
+    const bool signed31 = size >= HEADER_SIZE && signatureLayout(data + SIGNATURE_AT, layout);
     if (!signed31) {
         if (size >= ICE_TRACKS_AT && (std::memcmp(data + 1464, "MTN", 4) == 0 || std::memcmp(data + 1464, "IT10", 4) == 0))
             return readIce(data, size);
@@ -338,12 +338,12 @@ ReadResult readMod(const uint8_t* data, size_t size) {
     const size_t tableAt = layout.samples == 15 && !signed31 ? 470 : 950;
     unsigned songLength = data[tableAt];
     const uint8_t restart = data[tableAt + 1];
-    std::array<uint8_t, MOD_ORDERS> orders;
-    std::memcpy(orders.data(), data + tableAt + 2, MOD_ORDERS);
+    std::array<uint8_t, ORDERS> orders;
+    std::memcpy(orders.data(), data + tableAt + 2, ORDERS);
     if (songLength == 0) return fail("MOD file has an empty order list");
-    if (songLength > MOD_ORDERS) {
+    if (songLength > ORDERS) {
         warnings.add("MOD: song length above 128 cut to 128");
-        songLength = MOD_ORDERS;
+        songLength = ORDERS;
     }
     if (layout.flt8)
         for (uint8_t& o : orders) o = static_cast<uint8_t>(o / 2);
@@ -352,14 +352,14 @@ ReadResult readMod(const uint8_t* data, size_t size) {
     // only; the count whose layout matches the file size wins, else the larger one that fits.
     unsigned maxAll = 0;
     unsigned maxUsed = 0;
-    for (unsigned i = 0; i < MOD_ORDERS; ++i) {
+    for (unsigned i = 0; i < ORDERS; ++i) {
         maxAll = std::max<unsigned>(maxAll, orders[i]);
         if (i < songLength) maxUsed = std::max<unsigned>(maxUsed, orders[i]);
     }
     uint64_t sampleBytes = 0;
     for (unsigned i = 0; i < layout.samples; ++i) sampleBytes += uint64_t{slots[i].lengthWords} * 2;
     auto fileSizeFor = [&](unsigned patterns, unsigned channels) {
-        return layout.headerSize + uint64_t{patterns} * MOD_ROWS * channels * 4 + sampleBytes;
+        return layout.headerSize + uint64_t{patterns} * ROWS * channels * 4 + sampleBytes;
     };
     if (layout.modsGrave && fileSizeFor(maxAll + 1, 4) != size && fileSizeFor(maxUsed + 1, 4) != size &&
         (fileSizeFor(maxAll + 1, 8) == size || fileSizeFor(maxUsed + 1, 8) == size)) {
@@ -367,7 +367,7 @@ ReadResult readMod(const uint8_t* data, size_t size) {
         warnings.add("MOD: \"M.K.\" file with 8 channels (Mod's Grave); written as CD81");
     }
     const unsigned channels = layout.channels;
-    const size_t patternSize = size_t{MOD_ROWS} * channels * 4;  // FLT8: two 4-channel halves
+    const size_t patternSize = size_t{ROWS} * channels * 4;  // FLT8: two 4-channel halves
     unsigned stored = maxAll + 1;
     if (fileSizeFor(maxAll + 1, channels) != size &&
         (fileSizeFor(maxUsed + 1, channels) == size || layout.headerSize + uint64_t{stored} * patternSize > size))
@@ -388,11 +388,11 @@ ReadResult readMod(const uint8_t* data, size_t size) {
     PatternBuilder builder(channels);
     const size_t rowBytes = size_t{channels} * 4;
     for (unsigned p = 0; p < patterns; ++p) {
-        builder.beginPattern(MOD_ROWS);
+        builder.beginPattern(ROWS);
         const uint8_t* base = data + layout.headerSize + size_t{p} * patternSize;
-        for (unsigned r = 0; r < MOD_ROWS; ++r) {
+        for (unsigned r = 0; r < ROWS; ++r) {
             for (unsigned c = 0; c < channels; ++c) {
-                const uint8_t* cell = layout.flt8 ? base + (c / 4) * (MOD_ROWS * 16) + r * 16 + (c % 4) * 4
+                const uint8_t* cell = layout.flt8 ? base + (c / 4) * (ROWS * 16) + r * 16 + (c % 4) * 4
                                                   : base + r * rowBytes + c * 4;
                 decodeCell(cell, builder.cell(r, c));
             }

@@ -31,13 +31,21 @@ bool packIce(const uint8_t* data, size_t size) {
 }  // namespace
 
 ReadResult readModule(const uint8_t* data, size_t size) {
-    if (size >= 4 && std::memcmp(data, "IMPM", 4) == 0) return readIt(data, size);
-    if (startsWithNoCase(data, size, "Extended Module: ")) return readXm(data, size);
-    if (size >= 48 && std::memcmp(data + 44, "SCRM", 4) == 0) return readS3m(data, size);
-    // "MTM" and a version byte whose major number is 1.
-    if (size >= 4 && std::memcmp(data, "MTM", 3) == 0 && (data[3] >> 4) == 1) return readMtm(data, size);
+    struct Format {
+        bool (*claims)(const uint8_t*, size_t);
+        ReadResult (*read)(const uint8_t*, size_t);
+    };
+    static constexpr Format FORMATS[] = {
+        {[](const uint8_t* d, size_t n) { return n >= 4 && std::memcmp(d, "IMPM", 4) == 0; }, readIt},
+        {[](const uint8_t* d, size_t n) { return startsWithNoCase(d, n, "Extended Module: "); }, readXm},
+        {[](const uint8_t* d, size_t n) { return n >= 48 && std::memcmp(d + 44, "SCRM", 4) == 0; }, readS3m},
+        // "MTM" and a version byte whose major number is 1.
+        {[](const uint8_t* d, size_t n) { return n >= 4 && std::memcmp(d, "MTM", 3) == 0 && (d[3] >> 4) == 1; }, readMtm},
+    };
+    for (const Format& format : FORMATS)
+        if (format.claims(data, size)) return format.read(data, size);
     ReadResult mod = readMod(data, size);
-    if (!mod.song && mod.error.rfind("not a MOD file", 0) == 0)
+    if (mod.otherFormat)
         mod.error = packIce(data, size) ? "packed with Pack-Ice, not a module: unpack it first"
                                         : "unknown module format: no IT, XM, S3M, MTM or MOD signature";
     return mod;

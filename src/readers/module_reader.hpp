@@ -20,6 +20,7 @@ struct ReadResult {
     std::unique_ptr<SongHeader> song;  // null when the file is not a module that can be read
     std::string error;                 // why, when song is null
     std::vector<std::string> warnings; // constructs that were clamped or dropped
+    bool otherFormat = false;          // null because the file is not of the reader's format
 };
 
 // Detects the format from the file's signature and reads it.

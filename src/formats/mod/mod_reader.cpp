@@ -325,7 +325,11 @@ ReadResult readMod(const uint8_t* data, size_t size) {
             return readIce(data, size);
         in.seek(20);
         for (unsigned i = 0; i < 15; ++i) slots[i] = readSlot(in);
-        if (!plausibleSoundtracker(data, size, slots)) return fail("not a MOD file: no known signature and not a 15-sample module");
+        if (!plausibleSoundtracker(data, size, slots)) {
+            ReadResult other = fail("not a MOD file: no known signature and not a 15-sample module");
+            other.otherFormat = true;
+            return other;
+        }
         layout.samples = 15;
         layout.headerSize = 600;
     } else {

@@ -12,10 +12,6 @@ using namespace deqaz;
 
 namespace {
 
-constexpr uint8_t CMD_SET_VOLUME = 15;
-constexpr uint8_t CMD_VIBRATO = 7;
-constexpr uint8_t CMD_SPECIAL = 43;
-
 void addSample(SongHeader& song, const char* name, uint16_t flags, uint32_t length, double (*wave)(double)) {
     SampleRecord& s = song.samples.emplace_back();
     s.name = name;
@@ -73,7 +69,7 @@ int main(int argc, char** argv) {
             lead[i * 8 + 4] = {{CMD_VIBRATO, 0x44}};
             echo[i * 8 + 2] = {{CMD_NOTE, static_cast<uint8_t>(melody[p][i] - 12)}, {CMD_INSTRUMENT, 1}, {CMD_SET_VOLUME, 24}};
         }
-        echo[63] = {{CMD_SPECIAL, 0x80}};
+        echo[63] = {{CMD_IT_SPECIAL, 0x80}};
         tracks.push_back(encodeTrack(bass));
         tracks.push_back(encodeTrack(lead));
         tracks.push_back(encodeTrack(echo));

@@ -4,11 +4,9 @@
 #include <span>
 #include <vector>
 
-namespace deqaz {
+#include "container/commands.hpp"
 
-// Track command numbers that are not effects.
-inline constexpr uint8_t CMD_NOTE = 1;
-inline constexpr uint8_t CMD_INSTRUMENT = 2;
+namespace deqaz {
 
 struct TrackCommand {
     uint8_t command = 0;

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "container/commands.hpp"
+
 namespace deqaz {
 
 namespace {
@@ -95,12 +97,12 @@ void translateEvent(EventCell& cell, TrackGroup group, const TranslateContext& c
         const uint8_t p = pair[1];
         if (cmd == 0) break;
         switch (cmd) {
-            case 1: cell.note = p <= 253 ? static_cast<uint8_t>(p + 1) : p; break;
-            case 2: cell.instrument = static_cast<uint8_t>(p + 1); break;
-            case 3: effect(itSide ? 10 : 0, p); break;  // arpeggio: IT J, XM 0
-            case 4: effect(1, p); break;
-            case 5: effect(2, p); break;
-            case 6:  // tone portamento
+            case CMD_NOTE: cell.note = p <= 253 ? static_cast<uint8_t>(p + 1) : p; break;
+            case CMD_INSTRUMENT: cell.instrument = static_cast<uint8_t>(p + 1); break;
+            case CMD_ARPEGGIO: effect(itSide ? 10 : 0, p); break;  // arpeggio: IT J, XM 0
+            case CMD_PORTA_UP: effect(1, p); break;
+            case CMD_PORTA_DOWN: effect(2, p); break;
+            case CMD_TONE_PORTA:  // tone portamento
                 if (t == Target::IT && cell.volume == 0 && portaVolumeIndex(p) >= 0)
                     cell.volume = static_cast<uint8_t>(IT_VOL_PORTA + portaVolumeIndex(p));
                 else if (xm && cell.volume == 0 && (p & 0x0F) == 0)
@@ -108,16 +110,16 @@ void translateEvent(EventCell& cell, TrackGroup group, const TranslateContext& c
                 else
                     effect(itSide ? 7 : 3, p);
                 break;
-            case 7:  // vibrato
+            case CMD_VIBRATO:  // vibrato
                 if (t == Target::IT && cell.volume == 0 && p <= 9)
                     cell.volume = static_cast<uint8_t>(IT_VOL_VIBRATO + p);
                 else
                     effect(itSide ? 8 : 4, p);
                 break;
-            case 8: effect(5, p); break;
-            case 9: effect(6, p); break;
-            case 10: effect(itSide ? 18 : 7, p); break;  // tremolo
-            case 11:                                     // set panning
+            case CMD_TONE_PORTA_VOLUME_SLIDE: effect(5, p); break;
+            case CMD_VIBRATO_VOLUME_SLIDE: effect(6, p); break;
+            case CMD_TREMOLO: effect(itSide ? 18 : 7, p); break;  // tremolo
+            case CMD_SET_PAN:                                     // set panning
                 if (t == Target::IT && cell.volume == 0 && p % 4 == 0)
                     cell.volume = static_cast<uint8_t>(IT_VOL_PAN + p / 4);
                 else if (t == Target::IT && cell.volume == 0 && p == 255)
@@ -127,10 +129,10 @@ void translateEvent(EventCell& cell, TrackGroup group, const TranslateContext& c
                 else
                     effect(itSide ? 24 : 8, p);
                 break;
-            case 12: effect(itSide ? 15 : 9, p); break;  // sample offset
-            case 13: effect(10, p); break;
-            case 14: effect(itSide ? 2 : 11, p); break;  // position jump
-            case 15:                                     // set volume
+            case CMD_SAMPLE_OFFSET: effect(itSide ? 15 : 9, p); break;  // sample offset
+            case CMD_VOLUME_SLIDE: effect(10, p); break;
+            case CMD_POSITION_JUMP: effect(itSide ? 2 : 11, p); break;  // position jump
+            case CMD_SET_VOLUME:                                     // set volume
                 if (itSide)
                     cell.volume = static_cast<uint8_t>(p + 1);
                 else if (xm && cell.volume == 0)
@@ -138,40 +140,40 @@ void translateEvent(EventCell& cell, TrackGroup group, const TranslateContext& c
                 else
                     effect(12, p);
                 break;
-            case 16: effect(itSide ? 3 : 13, p); break;  // pattern break
-            case 17: effect(14, p); break;
-            case 18: effect(itSide ? 20 : 15, p); break;  // speed / tempo
-            case 19: effect(29, p); break;
-            case 20:
+            case CMD_PATTERN_BREAK: effect(itSide ? 3 : 13, p); break;  // pattern break
+            case CMD_EXTENDED: effect(14, p); break;
+            case CMD_SPEED_TEMPO: effect(itSide ? 20 : 15, p); break;  // speed / tempo
+            case CMD_XM_TREMOR: effect(29, p); break;
+            case CMD_VOLUME_COLUMN_SLIDE:
                 moveVolumeToEffect(cell, ctx);
                 cell.volume = slideByte(0x60, 0x70, p);
                 break;
-            case 21:
+            case CMD_VOLUME_COLUMN_FINE_SLIDE:
                 moveVolumeToEffect(cell, ctx);
                 cell.volume = slideByte(0x80, 0x90, p);
                 break;
-            case 22: effect(itSide ? 22 : 16, p); break;  // set global volume
-            case 23: effect(17, p); break;
-            case 24: effect(20, p); break;
-            case 25: effect(21, p); break;
-            case 26: effect(25, p); break;
-            case 27:
+            case CMD_SET_GLOBAL_VOLUME: effect(itSide ? 22 : 16, p); break;  // set global volume
+            case CMD_XM_GLOBAL_VOLUME_SLIDE: effect(17, p); break;
+            case CMD_KEY_OFF: effect(20, p); break;
+            case CMD_SET_ENVELOPE_POSITION: effect(21, p); break;
+            case CMD_XM_PAN_SLIDE: effect(25, p); break;
+            case CMD_VOLUME_COLUMN_PAN_SLIDE:
                 moveVolumeToEffect(cell, ctx);
                 cell.volume = slideByte(0xD0, 0xE0, p);
                 break;
-            case 28: effect(27, p); break;
-            case 29: effect(33, static_cast<uint8_t>(p | 0x10)); break;
-            case 30: effect(33, static_cast<uint8_t>(p | 0x20)); break;
-            case 31:
+            case CMD_MULTI_RETRIGGER: effect(27, p); break;
+            case CMD_EXTRA_FINE_PORTA_UP: effect(33, static_cast<uint8_t>(p | 0x10)); break;
+            case CMD_EXTRA_FINE_PORTA_DOWN: effect(33, static_cast<uint8_t>(p | 0x20)); break;
+            case CMD_VOLUME_COLUMN_VIBRATO_SPEED:
                 moveVolumeToEffect(cell, ctx);
                 cell.volume = static_cast<uint8_t>(0xA0 | p);
                 break;
-            case 32:
+            case CMD_VOLUME_COLUMN_VIBRATO_DEPTH:
                 moveVolumeToEffect(cell, ctx);
                 cell.volume = static_cast<uint8_t>(0xB0 | p);
                 break;
-            case 33: effect(1, p); break;
-            case 34:  // IT D merges with G or H already in the row into L or K
+            case CMD_IT_SET_SPEED: effect(1, p); break;
+            case CMD_IT_VOLUME_SLIDE:  // IT D merges with G or H already in the row into L or K
                 if (cell.effect == 7) {
                     cell.effect = 12;
                     cell.parameter = p;
@@ -182,23 +184,23 @@ void translateEvent(EventCell& cell, TrackGroup group, const TranslateContext& c
                     effect(4, p);
                 }
                 break;
-            case 35: effect(5, p); break;
-            case 36: effect(6, p); break;
-            case 37: effect(9, p); break;
-            case 38: effect(17, p); break;
-            case 39: effect(21, p); break;
-            case 40: effect(13, p); break;
-            case 41: effect(14, p); break;
-            case 42: effect(16, p); break;
-            case 43: effect(19, p); break;
-            case 44: effect(20, p); break;
-            case 45: effect(23, p); break;
-            case 46: effect(25, p); break;
-            case 47: effect(itSide ? 26 : 35, p); break;  // MIDI macro: IT Z, XM Z (35)
-            case 48: cell.volume = static_cast<uint8_t>(p + 66); break;
-            case 49: cell.volume = static_cast<uint8_t>(p + IT_VOL_PITCH_DOWN); break;
-            case 50: cell.volume = static_cast<uint8_t>(p + IT_VOL_PITCH_UP); break;
-            case 51: effect(32, p); break;
+            case CMD_IT_PORTA_DOWN: effect(5, p); break;
+            case CMD_IT_PORTA_UP: effect(6, p); break;
+            case CMD_IT_TREMOR: effect(9, p); break;
+            case CMD_IT_RETRIGGER: effect(17, p); break;
+            case CMD_IT_FINE_VIBRATO: effect(21, p); break;
+            case CMD_IT_CHANNEL_VOLUME: effect(13, p); break;
+            case CMD_IT_CHANNEL_VOLUME_SLIDE: effect(14, p); break;
+            case CMD_IT_PAN_SLIDE: effect(16, p); break;
+            case CMD_IT_SPECIAL: effect(19, p); break;
+            case CMD_IT_TEMPO: effect(20, p); break;
+            case CMD_IT_GLOBAL_VOLUME_SLIDE: effect(23, p); break;
+            case CMD_IT_PANBRELLO: effect(25, p); break;
+            case CMD_MIDI_MACRO: effect(itSide ? 26 : 35, p); break;  // MIDI macro: IT Z, XM Z (35)
+            case CMD_IT_VOLUME_COLUMN_SLIDE: cell.volume = static_cast<uint8_t>(p + 66); break;
+            case CMD_IT_VOLUME_COLUMN_PITCH_DOWN: cell.volume = static_cast<uint8_t>(p + IT_VOL_PITCH_DOWN); break;
+            case CMD_IT_VOLUME_COLUMN_PITCH_UP: cell.volume = static_cast<uint8_t>(p + IT_VOL_PITCH_UP); break;
+            case CMD_XM_W: effect(32, p); break;
             default: break;  // unknown commands are skipped
         }
     }

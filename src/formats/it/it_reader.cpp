@@ -68,66 +68,35 @@ namespace deqaz {
 
 namespace {
 
-// Track commands of the IT/S3M side (see the effect translation).
-enum : uint8_t {
-    CMD_ARPEGGIO = 3,
-    CMD_TONE_PORTA = 6,
-    CMD_VIBRATO = 7,
-    CMD_TREMOLO = 10,
-    CMD_PANNING = 11,
-    CMD_OFFSET = 12,
-    CMD_JUMP = 14,
-    CMD_SET_VOLUME = 15,
-    CMD_BREAK = 16,
-    CMD_GLOBAL_VOLUME = 22,
-    CMD_SPEED = 33,
-    CMD_VOLUME_SLIDE = 34,
-    CMD_PORTA_DOWN = 35,
-    CMD_PORTA_UP = 36,
-    CMD_TREMOR = 37,
-    CMD_RETRIGGER = 38,
-    CMD_FINE_VIBRATO = 39,
-    CMD_CHANNEL_VOLUME = 40,
-    CMD_CHANNEL_VOLUME_SLIDE = 41,
-    CMD_PAN_SLIDE = 42,
-    CMD_SPECIAL = 43,
-    CMD_TEMPO = 44,
-    CMD_GLOBAL_VOLUME_SLIDE = 45,
-    CMD_PANBRELLO = 46,
-    CMD_MIDI_MACRO = 47,
-    CMD_VOLUME_COLUMN = 48,  // IT volume-column byte 65 + parameter
-    CMD_VOLUME_PITCH_DOWN = 49,
-    CMD_VOLUME_PITCH_UP = 50,
-};
 
 // The effect a letter comes from, for the letters that are one command. K and L are two.
 constexpr uint8_t LETTER_COMMAND[27] = {
     0,
-    CMD_SPEED,                 // A
-    CMD_JUMP,                  // B
-    CMD_BREAK,                 // C
-    CMD_VOLUME_SLIDE,          // D
-    CMD_PORTA_DOWN,            // E
-    CMD_PORTA_UP,              // F
+    CMD_IT_SET_SPEED,                 // A
+    CMD_POSITION_JUMP,                  // B
+    CMD_PATTERN_BREAK,                 // C
+    CMD_IT_VOLUME_SLIDE,          // D
+    CMD_IT_PORTA_DOWN,            // E
+    CMD_IT_PORTA_UP,              // F
     CMD_TONE_PORTA,            // G
     CMD_VIBRATO,               // H
-    CMD_TREMOR,                // I
+    CMD_IT_TREMOR,                // I
     CMD_ARPEGGIO,              // J
     0,                         // K: vibrato + volume slide
     0,                         // L: tone portamento + volume slide
-    CMD_CHANNEL_VOLUME,        // M
-    CMD_CHANNEL_VOLUME_SLIDE,  // N
-    CMD_OFFSET,                // O
-    CMD_PAN_SLIDE,             // P
-    CMD_RETRIGGER,             // Q
+    CMD_IT_CHANNEL_VOLUME,        // M
+    CMD_IT_CHANNEL_VOLUME_SLIDE,  // N
+    CMD_SAMPLE_OFFSET,                // O
+    CMD_IT_PAN_SLIDE,             // P
+    CMD_IT_RETRIGGER,             // Q
     CMD_TREMOLO,               // R
-    CMD_SPECIAL,               // S
-    CMD_TEMPO,                 // T
-    CMD_FINE_VIBRATO,          // U
-    CMD_GLOBAL_VOLUME,         // V
-    CMD_GLOBAL_VOLUME_SLIDE,   // W
-    CMD_PANNING,               // X
-    CMD_PANBRELLO,             // Y
+    CMD_IT_SPECIAL,               // S
+    CMD_IT_TEMPO,                 // T
+    CMD_IT_FINE_VIBRATO,          // U
+    CMD_SET_GLOBAL_VOLUME,         // V
+    CMD_IT_GLOBAL_VOLUME_SLIDE,   // W
+    CMD_SET_PAN,               // X
+    CMD_IT_PANBRELLO,             // Y
     CMD_MIDI_MACRO,            // Z
 };
 
@@ -148,7 +117,7 @@ bool appendItEffect(TrackRow& row, uint8_t letter, uint8_t parameter) {
     if (letter == 0 || letter > 26) return false;
     if (letter == LETTER_K || letter == LETTER_L) {
         row.push_back({letter == LETTER_K ? CMD_VIBRATO : CMD_TONE_PORTA, MERGE_CARRIER});
-        row.push_back({CMD_VOLUME_SLIDE, parameter});
+        row.push_back({CMD_IT_VOLUME_SLIDE, parameter});
         return true;
     }
     row.push_back({LETTER_COMMAND[letter], parameter});
@@ -159,13 +128,13 @@ bool appendItVolume(TrackRow& row, uint8_t v) {
     if (v <= 64) {
         row.push_back({CMD_SET_VOLUME, v});
     } else if (v >= 105 && v <= 114) {
-        row.push_back({CMD_VOLUME_PITCH_DOWN, static_cast<uint8_t>(v - 105)});
+        row.push_back({CMD_IT_VOLUME_COLUMN_PITCH_DOWN, static_cast<uint8_t>(v - 105)});
     } else if (v >= 115 && v <= 124) {
-        row.push_back({CMD_VOLUME_PITCH_UP, static_cast<uint8_t>(v - 115)});
+        row.push_back({CMD_IT_VOLUME_COLUMN_PITCH_UP, static_cast<uint8_t>(v - 115)});
     } else if (v >= 128 && v <= 191) {
-        row.push_back({CMD_PANNING, static_cast<uint8_t>((v - 128) * 4)});
+        row.push_back({CMD_SET_PAN, static_cast<uint8_t>((v - 128) * 4)});
     } else if (v == 192) {
-        row.push_back({CMD_PANNING, 255});  // panning 64 is the translation's parameter 255
+        row.push_back({CMD_SET_PAN, 255});  // panning 64 is the translation's parameter 255
     } else if (v >= 193 && v <= 202) {
         row.push_back({CMD_TONE_PORTA, PORTA_VOLUME_SPEEDS[v - 193]});
     } else if (v >= 203 && v <= 212) {
@@ -173,7 +142,7 @@ bool appendItVolume(TrackRow& row, uint8_t v) {
     } else if (v != 255) {
         // The volume slides (65-104) and the bytes IT gives no meaning (125-127, 213-254): the
         // raw volume-column command reproduces the byte exactly.
-        row.push_back({CMD_VOLUME_COLUMN, static_cast<uint8_t>(v - 65)});
+        row.push_back({CMD_IT_VOLUME_COLUMN_SLIDE, static_cast<uint8_t>(v - 65)});
     } else {
         return false;
     }

@@ -18,6 +18,7 @@
 #include <cstdint>
 
 #include "common/endian.hpp"
+#include "container/commands.hpp"
 #include "container/track.hpp"
 #include "formats/it/it_layout.hpp"
 #include "writers/translate.hpp"
@@ -34,9 +35,6 @@ using namespace it;
 constexpr size_t INSTRUMENT_WRITTEN_SIZE = INSTRUMENT_SIZE + 3;
 constexpr uint16_t IT_VERSION = 0x0214;
 
-// Track commands that make a module depend on its parametered macros.
-constexpr uint8_t CMD_IT_SPECIAL = 43;  // S: SFx selects a parametered macro
-constexpr uint8_t CMD_MIDI_MACRO = 47;  // Z
 
 // Counts as the records actually hold them, so a header can never promise more than is written.
 struct ItCounts {

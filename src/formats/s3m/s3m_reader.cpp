@@ -40,7 +40,6 @@ namespace {
 
 using namespace s3m;
 
-constexpr uint8_t CMD_SET_VOLUME = 15;
 constexpr uint8_t PAN_NIBBLE_LEFT = 3;
 constexpr uint8_t PAN_NIBBLE_RIGHT = 12;
 constexpr uint8_t PAN_NIBBLE_MONO = 7;  // the highest nibble the writer still counts as left

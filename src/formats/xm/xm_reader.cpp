@@ -56,18 +56,6 @@ using namespace xm;
 
 constexpr size_t XM_SONG_FIELDS = 20;  // header-size field to the order table
 
-// Track command numbers of the XM side.
-enum : uint8_t {
-    CMD_TONE_PORTA = 6,
-    CMD_PANNING = 11,
-    CMD_SET_VOLUME = 15,
-    CMD_VOL_SLIDE_COLUMN = 20,
-    CMD_FINE_VOL_SLIDE_COLUMN = 21,
-    CMD_PAN_SLIDE_COLUMN = 27,
-    CMD_VIBRATO_SPEED_COLUMN = 31,
-    CMD_VIBRATO_DEPTH_COLUMN = 32,
-    CMD_IT_VOLUME_RAW = 48,  // volume column set to parameter + 66, whatever the target
-};
 
 std::string effectName(unsigned effect, unsigned param) {
     char text[8];
@@ -90,20 +78,20 @@ bool volumeCommand(uint8_t v, TrackCommand& out) {
             out = {CMD_SET_VOLUME, static_cast<uint8_t>(v - 0x10)};
             return true;
         case 0x6:
-            out = x ? TrackCommand{CMD_VOL_SLIDE_COLUMN, x} : TrackCommand{CMD_IT_VOLUME_RAW, 0x60 - 66};
+            out = x ? TrackCommand{CMD_VOLUME_COLUMN_SLIDE, x} : TrackCommand{CMD_IT_VOLUME_COLUMN_SLIDE, 0x60 - 66};
             return true;
-        case 0x7: out = {CMD_VOL_SLIDE_COLUMN, static_cast<uint8_t>(x << 4)}; return true;
+        case 0x7: out = {CMD_VOLUME_COLUMN_SLIDE, static_cast<uint8_t>(x << 4)}; return true;
         case 0x8:
-            out = x ? TrackCommand{CMD_FINE_VOL_SLIDE_COLUMN, x} : TrackCommand{CMD_IT_VOLUME_RAW, 0x80 - 66};
+            out = x ? TrackCommand{CMD_VOLUME_COLUMN_FINE_SLIDE, x} : TrackCommand{CMD_IT_VOLUME_COLUMN_SLIDE, 0x80 - 66};
             return true;
-        case 0x9: out = {CMD_FINE_VOL_SLIDE_COLUMN, static_cast<uint8_t>(x << 4)}; return true;
-        case 0xA: out = {CMD_VIBRATO_SPEED_COLUMN, x}; return true;
-        case 0xB: out = {CMD_VIBRATO_DEPTH_COLUMN, x}; return true;
-        case 0xC: out = {CMD_PANNING, static_cast<uint8_t>(x << 4)}; return true;
+        case 0x9: out = {CMD_VOLUME_COLUMN_FINE_SLIDE, static_cast<uint8_t>(x << 4)}; return true;
+        case 0xA: out = {CMD_VOLUME_COLUMN_VIBRATO_SPEED, x}; return true;
+        case 0xB: out = {CMD_VOLUME_COLUMN_VIBRATO_DEPTH, x}; return true;
+        case 0xC: out = {CMD_SET_PAN, static_cast<uint8_t>(x << 4)}; return true;
         case 0xD:
-            out = x ? TrackCommand{CMD_PAN_SLIDE_COLUMN, x} : TrackCommand{CMD_IT_VOLUME_RAW, 0xD0 - 66};
+            out = x ? TrackCommand{CMD_VOLUME_COLUMN_PAN_SLIDE, x} : TrackCommand{CMD_IT_VOLUME_COLUMN_SLIDE, 0xD0 - 66};
             return true;
-        case 0xE: out = {CMD_PAN_SLIDE_COLUMN, static_cast<uint8_t>(x << 4)}; return true;
+        case 0xE: out = {CMD_VOLUME_COLUMN_PAN_SLIDE, static_cast<uint8_t>(x << 4)}; return true;
         default: out = {CMD_TONE_PORTA, static_cast<uint8_t>(x << 4)}; return true;  // 0xF
     }
 }

@@ -59,7 +59,8 @@ std::vector<uint8_t> assembleQaz(const std::vector<uint8_t>& body, uint8_t versi
 std::vector<uint8_t> codeSampleData(const SampleRecord& sample);
 
 // Gives each sample with data of its own the smallest lossless coding: raw, delta or
-// second-order prediction, whichever stores fewest bytes. A sample whose length, layout and PCM
+// second-order prediction, whichever stores fewest bytes (on a tie the first of them in that
+// order, so raw, which needs no decoding, wins any tie). A sample whose length, layout and PCM
 // repeat an earlier sample's becomes a copy of it and stores nothing.
 void chooseSmallestLossless(SongHeader& song);
 

@@ -111,6 +111,17 @@ void ReadWarnings::moveTo(ReadResult& result) {
     index_.clear();
 }
 
+std::unique_ptr<SongHeader> newSong(uint32_t flags, unsigned channels) {
+    auto song = std::make_unique<SongHeader>();
+    song->flags = flags;
+    song->channels = static_cast<uint8_t>(channels);
+    song->initialSpeed = 6;
+    song->initialTempo = 125;
+    song->globalVolume = 64;
+    song->channelVolume.fill(64);
+    return song;
+}
+
 bool fitLoops(SampleRecord& s) {
     if (s.length == 0) return false;
     const bool cut = s.loopEnd > s.length || s.sustainEnd > s.length;

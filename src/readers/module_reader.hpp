@@ -99,6 +99,10 @@ private:
     std::map<std::string, size_t> index_;
 };
 
+// A new song of the given origin flags and channel count with the defaults of the formats that
+// store none: speed 6, tempo 125, global and channel volumes 64.
+std::unique_ptr<SongHeader> newSong(uint32_t flags, unsigned channels);
+
 // Makes a sample's loop fit its data the way loading a container does: a loop end past the
 // sample's length is cut to it, and a loop that is then empty is switched off (likewise the
 // sustain loop). A sample of length 0 is left alone. True when a loop end was cut.

@@ -248,14 +248,8 @@ bool readSamples(const uint8_t* data, size_t size, size_t pos, const std::array<
 
 // A song of `channels` channels with the Amiga's defaults: speed 6, tempo 125, pans L R R L.
 std::unique_ptr<SongHeader> amigaSong(const uint8_t* data, unsigned channels) {
-    auto song = std::make_unique<SongHeader>();
+    auto song = newSong(SH_ORIGIN_MOD, channels);
     song->name = std::string(reinterpret_cast<const char*>(data), ::strnlen(reinterpret_cast<const char*>(data), 20));
-    song->flags = SH_ORIGIN_MOD;
-    song->channels = static_cast<uint8_t>(channels);
-    song->initialSpeed = 6;
-    song->initialTempo = 125;
-    song->globalVolume = 64;
-    song->channelVolume.fill(64);
     for (unsigned c = 0; c < 64; ++c) song->channelPan[c] = ((c & 3) == 0 || (c & 3) == 3) ? 0 : 255;
     return song;
 }

@@ -74,8 +74,7 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
     ByteReader in(data, size);
 
     in.seek(NAME);
-    auto song = std::make_unique<SongHeader>();
-    song->name = in.text(NAME_SIZE);
+    const std::string name = in.text(NAME_SIZE);
     const uint16_t storedTracks = in.u16();  // the fields from TRACK_COUNT to PANS, in order
     const unsigned patterns = in.u8() + 1u;
     unsigned orders = in.u8() + 1u;
@@ -98,12 +97,8 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
     }
     if (beatsPerTrack != 0 && beatsPerTrack != ROWS) warnings.add("MTM: beats per track other than 64 ignored");
 
-    song->flags = SH_ORIGIN_MTM;
-    song->channels = static_cast<uint8_t>(channels);
-    song->initialSpeed = 6;
-    song->initialTempo = 125;
-    song->globalVolume = 64;
-    song->channelVolume.fill(64);
+    auto song = newSong(SH_ORIGIN_MTM, channels);
+    song->name = name;
     song->channelPan.fill(128);
     for (unsigned c = 0; c < MAX_CHANNELS; ++c) {
         if (pan[c] > 15) warnings.add("MTM: pan positions above 15 cut to 15");

@@ -637,6 +637,155 @@ struct ItHeader {
     uint32_t messageOffset;
 };
 
+// The song's flags and fields from the header, and the order list.
+bool readSongFields(const uint8_t* data, const ItHeader& h, SongHeader& song, ReadWarnings& warnings) {
+    song.flags = SH_ORIGIN_IT;
+    if (h.flags & FLAG_INSTRUMENTS) song.flags |= SH_IT_INSTRUMENTS;
+    if (h.flags & FLAG_LINEAR_SLIDES) song.flags |= SH_LINEAR_SLIDES;
+    if (!(h.flags & FLAG_OLD_EFFECTS)) song.flags |= SH_IT_NO_OLD_EFFECTS;
+    if (!(h.flags & FLAG_COMPAT_GXX)) song.flags |= SH_IT_NO_COMPAT_GXX;
+    if (h.flags & FLAG_1000) song.flags |= SH_IT_FLAG_1000;
+    if (!(h.flags & FLAG_STEREO)) warnings.add("IT: mono song written back as stereo");
+
+    song.name = fieldText(data + NAME, NAME_SIZE);
+    song.globalVolume = data[GLOBAL_VOLUME];
+    bool exactMix;
+    song.mixVolume = mixVolumeCode(data[MIX_VOLUME], exactMix);
+    if (!exactMix) {
+        char text[80];
+        std::snprintf(text, sizeof text, "IT: mixing volume %u written back as %d", data[MIX_VOLUME], mixVolumeImage(song.mixVolume));
+        warnings.add(text);
+    }
+    song.initialSpeed = data[INITIAL_SPEED];
+    song.initialTempo = data[INITIAL_TEMPO];
+    song.separation = data[SEPARATION];
+
+    // Orders, without the end marker the writer adds back.
+    size_t orderCount = h.orders;
+    if (orderCount > 0 && data[HEADER_SIZE + orderCount - 1] == 0xFF) --orderCount;
+    song.orderCount = static_cast<uint16_t>(orderCount);
+    song.hasOrders = true;
+    return song.orders.dupBuffer(data + HEADER_SIZE, orderCount);
+}
+
+// What follows the offset table: the edit history, the MIDI configuration, the plugin chunks;
+// and the song message wherever it lies.
+bool readExtras(const uint8_t* data, size_t size, size_t pos, const ItHeader& h, SongHeader& song,
+                HeapArray<uint8_t>& channelFx, ReadWarnings& warnings) {
+    if ((h.special & SPECIAL_EDIT_HISTORY) && size - pos >= 2) pos += 2 + 8 * size_t{rd16le(data + pos)};
+    if (h.special & SPECIAL_MIDI_CONFIG) {
+        if (pos <= size && size - pos >= midi::BLOCK_SIZE) {
+            if (const unsigned lost = midi::readConfig(data + pos, midi::BLOCK_SIZE, song))
+                warnings.add("IT: MIDI macro texts the container cannot hold dropped", lost);
+            pos += midi::BLOCK_SIZE;
+        } else {
+            warnings.add("IT: MIDI configuration past the end of the file ignored");
+        }
+    }
+    if (!readPluginChunks(data, size, pos, song, channelFx, warnings)) return false;
+
+    if ((h.special & SPECIAL_MESSAGE) && h.messageLength > 0) {
+        if (h.messageOffset < size) {
+            const char* text = reinterpret_cast<const char*>(data + h.messageOffset);
+            const size_t length = std::min<size_t>(h.messageLength, size - h.messageOffset);
+            song.message.assign(text, strnlen(text, length));
+            if (length < h.messageLength) warnings.add("IT: song message cut short by the end of the file");
+        } else {
+            warnings.add("IT: song message past the end of the file ignored");
+        }
+    }
+    return true;
+}
+
+// Instruments (only in instrument mode are they played and written) and samples with their data.
+bool readInstrumentsAndSamples(const uint8_t* data, size_t size, const ItHeader& h, size_t tableAt, SongHeader& song,
+                               ReadWarnings& warnings) {
+    auto offsetAt = [&](size_t k) { return rd32le(data + tableAt + 4 * k); };
+    if (h.flags & FLAG_INSTRUMENTS) {
+        song.instruments.reserve(h.instruments);
+        for (unsigned i = 0; i < h.instruments; ++i) {
+            const uint32_t at = offsetAt(i);
+            if (at == 0 || at > size || size - at < INSTRUMENT_SIZE || std::memcmp(data + at, "IMPI", 4) != 0) {
+                warnings.add("IT: a missing or damaged instrument header read as an empty instrument");
+                song.instruments.push_back(defaultInstrument());
+                continue;
+            }
+            song.instruments.push_back(h.compatible < 0x200 ? instrumentFromOldIt(data + at)
+                                                            : instrumentFromIt(data + at, warnings));
+        }
+    } else if (h.instruments > 0) {
+        warnings.add("IT: instruments of a song in sample mode dropped");
+    }
+    song.instrumentCount = static_cast<uint16_t>(song.instruments.size());
+
+    song.samples.resize(h.samples);
+    song.sampleCount = h.samples;
+    for (unsigned i = 0; i < h.samples; ++i) {
+        SampleRecord& smp = song.samples[i];
+        const uint32_t at = offsetAt(size_t{h.instruments} + i);
+        if (at == 0 || at > size || size - at < SAMPLE_SIZE || std::memcmp(data + at, "IMPS", 4) != 0) {
+            warnings.add("IT: a missing or damaged sample header read as an empty sample");
+            continue;
+        }
+        ItSampleHeader raw;
+        smp = sampleFromIt(data + at, raw);
+        if (!readSampleData(data, size, raw, smp, warnings)) return false;
+        fitLoops(smp);
+    }
+    return true;
+}
+
+// The channels: as many as the last one a pattern uses, with their pans and volumes (a muted
+// channel kept silent by its volume: the container has no mute flag). True in `macroCommands`
+// when a cell asks for a MIDI macro.
+unsigned readChannels(const uint8_t* data, const std::vector<ItPattern>& patterns, SongHeader& song, bool& macroCommands,
+                      ReadWarnings& warnings) {
+    unsigned channels = 1;
+    macroCommands = false;
+    std::array<bool, CHANNELS> used{};
+    CellLosses losses;
+    for (const ItPattern& pattern : patterns) {
+        for (const ItCell& c : pattern.cells) {
+            TrackRow probe;
+            cellCommands(c, probe, losses);
+            if (probe.empty()) continue;
+            used[c.channel] = true;
+            channels = std::max(channels, c.channel + 1u);
+            macroCommands |= usesMacro(c);
+        }
+    }
+    song.channels = static_cast<uint8_t>(channels);
+    for (unsigned c = 0; c < channels; ++c) {
+        const uint8_t raw = data[CHANNEL_PANS + c];
+        const uint8_t pan = raw & 0x7F;
+        if (pan == SURROUND)
+            song.channelPan[c] = PAN_SURROUND;
+        else if (pan <= 64)
+            song.channelPan[c] = static_cast<uint8_t>(panFromIt(pan));
+        else {
+            warnings.add("IT: invalid channel pan read as centre");
+            song.channelPan[c] = 128;
+        }
+        song.channelVolume[c] = data[CHANNEL_VOLUMES + c];
+        if (raw & 0x80) {
+            if (used[c]) warnings.add("IT: a muted channel that holds notes is written with channel volume 0");
+            song.channelVolume[c] = 0;
+        }
+    }
+    return channels;
+}
+
+// The writer writes the macros back only when a parametered slot is set and a pattern uses them;
+// otherwise they would not come back, so they are not kept.
+void keepMacrosOnlyIfWritten(SongHeader& song, bool macroCommands, ReadWarnings& warnings) {
+    const bool anySfx = std::any_of(song.sfxMacro.begin(), song.sfxMacro.end(), [](uint8_t v) { return v != 0; });
+    if (anySfx && macroCommands) return;
+    const bool anyZxx = std::any_of(song.zxxMacro.begin(), song.zxxMacro.end(), [](uint16_t v) { return v != 0; });
+    if (macroCommands && anyZxx) warnings.add("IT: fixed MIDI macros without a parametered macro dropped");
+    song.sfxMacro.fill(0);
+    song.zxxMacro.fill(0);
+}
+
 }  // namespace
 
 ReadResult readIt(const uint8_t* data, size_t size) {
@@ -659,136 +808,17 @@ ReadResult readIt(const uint8_t* data, size_t size) {
 
     ReadWarnings warnings;
     auto song = std::make_unique<SongHeader>();
-    song->flags = SH_ORIGIN_IT;
-    const bool instrumentMode = (h.flags & FLAG_INSTRUMENTS) != 0;
-    if (instrumentMode) song->flags |= SH_IT_INSTRUMENTS;
-    if (h.flags & FLAG_LINEAR_SLIDES) song->flags |= SH_LINEAR_SLIDES;
-    if (!(h.flags & FLAG_OLD_EFFECTS)) song->flags |= SH_IT_NO_OLD_EFFECTS;
-    if (!(h.flags & FLAG_COMPAT_GXX)) song->flags |= SH_IT_NO_COMPAT_GXX;
-    if (h.flags & FLAG_1000) song->flags |= SH_IT_FLAG_1000;
-    if (!(h.flags & FLAG_STEREO)) warnings.add("IT: mono song written back as stereo");
-
-    song->name = fieldText(data + NAME, NAME_SIZE);
-    song->globalVolume = data[GLOBAL_VOLUME];
-    bool exactMix;
-    song->mixVolume = mixVolumeCode(data[MIX_VOLUME], exactMix);
-    if (!exactMix) {
-        char text[80];
-        std::snprintf(text, sizeof text, "IT: mixing volume %u written back as %d", data[MIX_VOLUME], mixVolumeImage(song->mixVolume));
-        warnings.add(text);
-    }
-    song->initialSpeed = data[INITIAL_SPEED];
-    song->initialTempo = data[INITIAL_TEMPO];
-    song->separation = data[SEPARATION];
-
-    // Orders, without the end marker the writer adds back.
-    size_t orderCount = h.orders;
-    if (orderCount > 0 && data[HEADER_SIZE + orderCount - 1] == 0xFF) --orderCount;
-    song->orderCount = static_cast<uint16_t>(orderCount);
-    song->hasOrders = true;
-    if (!song->orders.dupBuffer(data + HEADER_SIZE, orderCount)) return fail("Insufficient memory");
-
-    auto offsetAt = [&](size_t k) { return rd32le(data + tableAt + 4 * k); };
-
-    // Edit history, MIDI configuration, plugin chunks.
-    size_t pos = tableEnd;
-    if ((h.special & SPECIAL_EDIT_HISTORY) && size - pos >= 2) pos += 2 + 8 * size_t{rd16le(data + pos)};
-    if (h.special & SPECIAL_MIDI_CONFIG) {
-        if (pos <= size && size - pos >= midi::BLOCK_SIZE) {
-            if (const unsigned lost = midi::readConfig(data + pos, midi::BLOCK_SIZE, *song))
-                warnings.add("IT: MIDI macro texts the container cannot hold dropped", lost);
-            pos += midi::BLOCK_SIZE;
-        } else {
-            warnings.add("IT: MIDI configuration past the end of the file ignored");
-        }
-    }
     HeapArray<uint8_t> channelFx;
-    if (!readPluginChunks(data, size, pos, *song, channelFx, warnings)) return fail("Insufficient memory");
-
-    // Message.
-    if ((h.special & SPECIAL_MESSAGE) && h.messageLength > 0) {
-        if (h.messageOffset < size) {
-            const char* text = reinterpret_cast<const char*>(data + h.messageOffset);
-            const size_t length = std::min<size_t>(h.messageLength, size - h.messageOffset);
-            song->message.assign(text, strnlen(text, length));
-            if (length < h.messageLength) warnings.add("IT: song message cut short by the end of the file");
-        } else {
-            warnings.add("IT: song message past the end of the file ignored");
-        }
-    }
-
-    // Instruments: only in instrument mode are they played and written.
-    if (instrumentMode) {
-        song->instruments.reserve(h.instruments);
-        for (unsigned i = 0; i < h.instruments; ++i) {
-            const uint32_t at = offsetAt(i);
-            if (at == 0 || at > size || size - at < INSTRUMENT_SIZE || std::memcmp(data + at, "IMPI", 4) != 0) {
-                warnings.add("IT: a missing or damaged instrument header read as an empty instrument");
-                song->instruments.push_back(defaultInstrument());
-                continue;
-            }
-            song->instruments.push_back(h.compatible < 0x200 ? instrumentFromOldIt(data + at)
-                                                             : instrumentFromIt(data + at, warnings));
-        }
-    } else if (h.instruments > 0) {
-        warnings.add("IT: instruments of a song in sample mode dropped");
-    }
-    song->instrumentCount = static_cast<uint16_t>(song->instruments.size());
-
-    // Samples.
-    song->samples.resize(h.samples);
-    song->sampleCount = h.samples;
-    for (unsigned i = 0; i < h.samples; ++i) {
-        SampleRecord& smp = song->samples[i];
-        const uint32_t at = offsetAt(size_t{h.instruments} + i);
-        if (at == 0 || at > size || size - at < SAMPLE_SIZE || std::memcmp(data + at, "IMPS", 4) != 0) {
-            warnings.add("IT: a missing or damaged sample header read as an empty sample");
-            continue;
-        }
-        ItSampleHeader raw;
-        smp = sampleFromIt(data + at, raw);
-        if (!readSampleData(data, size, raw, smp, warnings)) return fail("Insufficient memory");
-        fitLoops(smp);
-    }
+    if (!readSongFields(data, h, *song, warnings) || !readExtras(data, size, tableEnd, h, *song, channelFx, warnings) ||
+        !readInstrumentsAndSamples(data, size, h, tableAt, *song, warnings))
+        return fail("Insufficient memory");
 
     // Patterns: unpacked first, since the channel count is the last channel they use.
     std::vector<ItPattern> patterns(h.patterns);
     for (unsigned p = 0; p < h.patterns; ++p)
-        unpackPattern(data, size, offsetAt(size_t{h.instruments} + h.samples + p), patterns[p], warnings);
-
-    unsigned channels = 1;
-    bool macroCommands = false;
-    std::array<bool, CHANNELS> used{};
-    CellLosses losses;
-    for (const ItPattern& pattern : patterns) {
-        for (const ItCell& c : pattern.cells) {
-            TrackRow probe;
-            cellCommands(c, probe, losses);
-            if (probe.empty()) continue;
-            used[c.channel] = true;
-            channels = std::max(channels, c.channel + 1u);
-            macroCommands |= usesMacro(c);
-        }
-    }
-    song->channels = static_cast<uint8_t>(channels);
-    for (unsigned c = 0; c < channels; ++c) {
-        const uint8_t raw = data[CHANNEL_PANS + c];
-        const uint8_t pan = raw & 0x7F;
-        if (pan == SURROUND)
-            song->channelPan[c] = PAN_SURROUND;
-        else if (pan <= 64)
-            song->channelPan[c] = static_cast<uint8_t>(panFromIt(pan));
-        else {
-            warnings.add("IT: invalid channel pan read as centre");
-            song->channelPan[c] = 128;
-        }
-        song->channelVolume[c] = data[CHANNEL_VOLUMES + c];
-        // The container has no mute flag: a muted channel is kept silent by its channel volume.
-        if (raw & 0x80) {
-            if (used[c]) warnings.add("IT: a muted channel that holds notes is written with channel volume 0");
-            song->channelVolume[c] = 0;
-        }
-    }
+        unpackPattern(data, size, rd32le(data + tableAt + 4 * (size_t{h.instruments} + h.samples + p)), patterns[p], warnings);
+    bool macroCommands;
+    const unsigned channels = readChannels(data, patterns, *song, macroCommands, warnings);
     if (channelFx) {
         // The plugin table is written with one entry per channel.
         HeapArray<uint8_t> resized;
@@ -798,7 +828,7 @@ ReadResult readIt(const uint8_t* data, size_t size) {
     }
 
     PatternBuilder builder(channels);
-    losses = {};
+    CellLosses losses;
     for (const ItPattern& pattern : patterns) {
         builder.beginPattern(pattern.rows);
         for (const ItCell& c : pattern.cells)
@@ -807,16 +837,7 @@ ReadResult readIt(const uint8_t* data, size_t size) {
     if (!builder.finish(*song)) return fail("IT file has more distinct tracks than the container can hold");
     if (losses.volumes255) warnings.add("IT: volume-column byte 255 dropped", losses.volumes255);
     if (losses.unknownEffects) warnings.add("IT: effects outside A-Z dropped", losses.unknownEffects);
-
-    // The writer writes the macros back only when a parametered slot is set and a pattern
-    // uses them; otherwise they would not come back, so they are not kept.
-    const bool anySfx = std::any_of(song->sfxMacro.begin(), song->sfxMacro.end(), [](uint8_t v) { return v != 0; });
-    if (!(anySfx && macroCommands)) {
-        const bool anyZxx = std::any_of(song->zxxMacro.begin(), song->zxxMacro.end(), [](uint16_t v) { return v != 0; });
-        if (macroCommands && anyZxx) warnings.add("IT: fixed MIDI macros without a parametered macro dropped");
-        song->sfxMacro.fill(0);
-        song->zxxMacro.fill(0);
-    }
+    keepMacrosOnlyIfWritten(*song, macroCommands, warnings);
 
     ReadResult result;
     result.song = std::move(song);

@@ -65,6 +65,103 @@ std::string readComment(const uint8_t* p, size_t length, ReadWarnings& warnings)
     return message;
 }
 
+// The sample headers; `storedBytes` gets each sample's data size in bytes.
+void readSampleHeaders(ByteReader& in, unsigned samples, SongHeader& song, std::vector<uint32_t>& storedBytes,
+                       ReadWarnings& warnings) {
+    song.samples.resize(samples);
+    storedBytes.assign(samples, 0);
+    for (unsigned i = 0; i < samples; ++i) {
+        SampleRecord& s = song.samples[i];
+        s.name = in.text(SMP_NAME_SIZE);  // then the fields from SMP_LENGTH to SMP_ATTRIBUTE, in order
+        const uint32_t length = in.u32();
+        storedBytes[i] = length;
+        const uint32_t loopStart = in.u32();
+        const uint32_t loopEnd = in.u32();
+        const uint8_t finetune = in.u8();
+        s.volume = in.u8();
+        const uint8_t attribute = in.u8();
+        const unsigned shift = (attribute & SMP_16BIT) ? 1 : 0;
+        if (attribute & SMP_16BIT) s.flags |= SF_16BIT;
+        if (finetune > 15) warnings.add("MTM: finetune bits above the low nibble dropped");
+        s.frequency = static_cast<uint8_t>((finetune & 0x0F) << 4);
+        s.pan = -1;
+        s.length = length >> shift;
+        s.loopStart = loopStart >> shift;
+        s.loopEnd = loopEnd >> shift;
+        if (loopEnd > loopStart + 2) s.flags |= SF_LOOP;
+        if (shift && ((length | loopStart | loopEnd) & 1)) warnings.add("MTM: odd byte counts of 16-bit samples rounded down");
+    }
+}
+
+// Tracks (0 is the empty track; the stored ones follow as 1, 2, ...; a track cut by the end of
+// the file is read as far as it goes) and the pattern track lists (32 entries, of which the
+// first `channels` are used). False when memory runs out; `cut` is set when the file ends early.
+bool readTracksAndLists(const uint8_t* data, size_t size, size_t tracksAt, uint16_t storedTracks, unsigned patterns,
+                        unsigned channels, SongHeader& song, bool& cut, ReadWarnings& warnings) {
+    const size_t listsAt = tracksAt + size_t{storedTracks} * TRACK_SIZE;
+    song.tracks.resize(size_t{storedTracks} + 1);
+    const uint8_t emptyTrack = 0;
+    if (!song.tracks[0].dupBuffer(&emptyTrack, 1)) return false;
+    for (unsigned t = 1; t <= storedTracks; ++t) {
+        std::array<uint8_t, TRACK_SIZE> rows{};
+        const size_t at = tracksAt + size_t{t - 1} * TRACK_SIZE;
+        if (at < size) std::memcpy(rows.data(), data + at, std::min(TRACK_SIZE, size - at));
+        if (at + TRACK_SIZE > size) cut = true;
+        const std::vector<uint8_t> bytes = readTrack(rows.data());
+        if (!song.tracks[t].dupBuffer(bytes.data(), bytes.size())) return false;
+    }
+
+    // Pattern track lists: 32 entries, of which the first `channels` are used.
+    if (!song.patternRows.allocate(patterns) || !song.patternTracks.allocZeroed(size_t{patterns} * channels))
+        return false;
+    for (unsigned p = 0; p < patterns; ++p) {
+        song.patternRows[p] = ROWS;
+        for (unsigned c = 0; c < MAX_CHANNELS; ++c) {
+            const size_t at = listsAt + size_t{p} * TRACK_LIST_SIZE + 2 * c;
+            if (at + 2 > size) {
+                cut = true;
+                continue;
+            }
+            uint16_t t = rd16le(data + at);
+            if (t > storedTracks) {
+                warnings.add("MTM: track numbers past the stored tracks read as the empty track");
+                t = 0;
+            }
+            if (c < channels)
+                song.patternTracks[size_t{p} * channels + c] = t;
+            else if (t)
+                warnings.add("MTM: track-list entries past the channel count dropped");
+        }
+    }
+    return true;
+}
+
+// The sample data, unsigned 8- or 16-bit, one sample after the other from `pos`; a sample the
+// file cuts short keeps the frames present. False when memory runs out.
+bool readSampleData(const uint8_t* data, size_t size, size_t pos, const std::vector<uint32_t>& storedBytes,
+                    SongHeader& song, bool& cut, ReadWarnings& warnings) {
+    for (size_t i = 0; i < storedBytes.size(); ++i) {
+        SampleRecord& s = song.samples[i];
+        const bool is16 = (s.flags & SF_16BIT) != 0;
+        const size_t bytes = storedBytes[i];
+        const size_t have = pos < size ? std::min(bytes, size - pos) : 0;
+        if (have < bytes) {
+            cut = true;
+            s.length = std::min(s.length, static_cast<uint32_t>(have >> (is16 ? 1 : 0)));
+        }
+        if (s.length) {
+            if (!s.pcm[0].allocate(s.length)) return false;
+            const uint8_t* p = data + pos;
+            for (uint32_t k = 0; k < s.length; ++k)
+                s.pcm[0][k] = is16 ? static_cast<int16_t>(rd16le(p + 2 * size_t{k}) ^ 0x8000)
+                                   : static_cast<int16_t>(static_cast<uint16_t>(p[k] ^ 0x80) << 8);
+        }
+        pos += have;
+        if (fitLoops(s)) warnings.add("MTM: loop ends past the end of the sample cut");
+    }
+    return true;
+}
+
 }  // namespace
 
 ReadResult readMtm(const uint8_t* data, size_t size) {
@@ -114,30 +211,9 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
     const size_t dataAt = commentAt + commentLength;
     if (tracksAt > size) return fail("MTM file truncated in its sample headers or order table");
 
-    song->samples.resize(samples);
-    std::vector<uint32_t> storedBytes(samples);
+    std::vector<uint32_t> storedBytes;
     in.seek(samplesAt);
-    for (unsigned i = 0; i < samples; ++i) {
-        SampleRecord& s = song->samples[i];
-        s.name = in.text(SMP_NAME_SIZE);  // then the fields from SMP_LENGTH to SMP_ATTRIBUTE, in order
-        const uint32_t length = in.u32();
-        storedBytes[i] = length;
-        const uint32_t loopStart = in.u32();
-        const uint32_t loopEnd = in.u32();
-        const uint8_t finetune = in.u8();
-        s.volume = in.u8();
-        const uint8_t attribute = in.u8();
-        const unsigned shift = (attribute & SMP_16BIT) ? 1 : 0;
-        if (attribute & SMP_16BIT) s.flags |= SF_16BIT;
-        if (finetune > 15) warnings.add("MTM: finetune bits above the low nibble dropped");
-        s.frequency = static_cast<uint8_t>((finetune & 0x0F) << 4);
-        s.pan = -1;
-        s.length = length >> shift;
-        s.loopStart = loopStart >> shift;
-        s.loopEnd = loopEnd >> shift;
-        if (loopEnd > loopStart + 2) s.flags |= SF_LOOP;
-        if (shift && ((length | loopStart | loopEnd) & 1)) warnings.add("MTM: odd byte counts of 16-bit samples rounded down");
-    }
+    readSampleHeaders(in, samples, *song, storedBytes, warnings);
 
     std::array<uint8_t, ORDERS> table{};
     std::memcpy(table.data(), data + ordersAt, ORDERS);
@@ -145,71 +221,17 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
     song->orderCount = static_cast<uint16_t>(orders);
     song->hasOrders = true;
 
-    // Tracks: 0 is the empty track; the stored ones follow as 1, 2, ...; a track cut by the end
-    // of the file is read as far as it goes.
-    song->tracks.resize(size_t{storedTracks} + 1);
-    const uint8_t emptyTrack = 0;
-    if (!song->tracks[0].dupBuffer(&emptyTrack, 1)) return fail("Insufficient memory");
     bool cut = false;
-    for (unsigned t = 1; t <= storedTracks; ++t) {
-        std::array<uint8_t, TRACK_SIZE> rows{};
-        const size_t at = tracksAt + size_t{t - 1} * TRACK_SIZE;
-        if (at < size) std::memcpy(rows.data(), data + at, std::min(TRACK_SIZE, size - at));
-        if (at + TRACK_SIZE > size) cut = true;
-        const std::vector<uint8_t> bytes = readTrack(rows.data());
-        if (!song->tracks[t].dupBuffer(bytes.data(), bytes.size())) return fail("Insufficient memory");
-    }
-    song->trackCount = static_cast<uint16_t>(storedTracks + 1);
-
-    // Pattern track lists: 32 entries, of which the first `channels` are used.
-    if (!song->patternRows.allocate(patterns) || !song->patternTracks.allocZeroed(size_t{patterns} * channels))
+    if (!readTracksAndLists(data, size, tracksAt, storedTracks, patterns, channels, *song, cut, warnings))
         return fail("Insufficient memory");
-    for (unsigned p = 0; p < patterns; ++p) {
-        song->patternRows[p] = ROWS;
-        for (unsigned c = 0; c < MAX_CHANNELS; ++c) {
-            const size_t at = listsAt + size_t{p} * TRACK_LIST_SIZE + 2 * c;
-            if (at + 2 > size) {
-                cut = true;
-                continue;
-            }
-            uint16_t t = rd16le(data + at);
-            if (t > storedTracks) {
-                warnings.add("MTM: track numbers past the stored tracks read as the empty track");
-                t = 0;
-            }
-            if (c < channels)
-                song->patternTracks[size_t{p} * channels + c] = t;
-            else if (t)
-                warnings.add("MTM: track-list entries past the channel count dropped");
-        }
-    }
+    song->trackCount = static_cast<uint16_t>(storedTracks + 1);
     song->patternCount = static_cast<uint16_t>(patterns);
 
     if (commentLength && commentAt < size)
         song->message = readComment(data + commentAt, std::min<size_t>(commentLength, size - commentAt), warnings);
     if (commentAt + commentLength > size) cut = true;
 
-    // Sample data: unsigned 8- or 16-bit, one sample after the other.
-    size_t pos = dataAt;
-    for (unsigned i = 0; i < samples; ++i) {
-        SampleRecord& s = song->samples[i];
-        const bool is16 = (s.flags & SF_16BIT) != 0;
-        const size_t bytes = storedBytes[i];
-        const size_t have = pos < size ? std::min(bytes, size - pos) : 0;
-        if (have < bytes) {
-            cut = true;
-            s.length = std::min(s.length, static_cast<uint32_t>(have >> (is16 ? 1 : 0)));
-        }
-        if (s.length) {
-            if (!s.pcm[0].allocate(s.length)) return fail("Insufficient memory");
-            const uint8_t* p = data + pos;
-            for (uint32_t k = 0; k < s.length; ++k)
-                s.pcm[0][k] = is16 ? static_cast<int16_t>(rd16le(p + 2 * size_t{k}) ^ 0x8000)
-                                   : static_cast<int16_t>(static_cast<uint16_t>(p[k] ^ 0x80) << 8);
-        }
-        pos += have;
-        if (fitLoops(s)) warnings.add("MTM: loop ends past the end of the sample cut");
-    }
+    if (!readSampleData(data, size, dataAt, storedBytes, *song, cut, warnings)) return fail("Insufficient memory");
     if (cut) warnings.add("MTM: file cut short; missing tracks, lists, comment or sample data read as empty");
     song->sampleCount = static_cast<uint16_t>(samples);
 

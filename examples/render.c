@@ -38,7 +38,8 @@ int main(int argc, char **argv) {
 
     /* The two header bytes players need (MTM beats per track, S3M empty sample slots) as libxmp
      * wants them, rather than as the original converter wrote them. */
-    deqaz_options options = {DEQAZ_FOR_PLAYERS, 0};
+    deqaz_options options = {0};
+    options.flags = DEQAZ_FOR_PLAYERS;
     deqaz_result converted;
     int result = deqaz_convert_ex(qaz, size, &options, &converted);
     free(qaz);

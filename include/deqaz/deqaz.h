@@ -30,6 +30,10 @@ int deqaz_convert(const void *qaz, size_t qaz_size, void **module, size_t *modul
 typedef struct deqaz_options {
     unsigned flags;      /* DEQAZ_FOR_PLAYERS */
     uint64_t max_output; /* the largest module to write; 0 for the formats' limit, 4 GiB - 1 */
+    /* Caps in place of the resource bounds of the README (0 keeps each bound): */
+    uint64_t max_body;   /* the unpacked body (bound: 64 MiB, beyond that 4096 bytes per packed byte) */
+    uint64_t max_pcm;    /* decoded sample data (bound: 128 MiB plus 64 times the file) */
+    uint64_t max_cells;  /* pattern cells, rows (at least 64) times channels (bound: 16 Mi) */
 } deqaz_options;
 
 /* What deqaz_convert_ex made. Release `module`, `messages` and `notes` with deqaz_free. */
@@ -44,7 +48,8 @@ typedef struct deqaz_result {
 } deqaz_result;
 
 /* deqaz_convert with options, and with the converter's messages and the writer's notes. Returns
- * the codes of deqaz_convert (a module past max_output is DEQAZ_DAMAGED, "Insufficient memory");
+ * the codes of deqaz_convert (a module past max_output is DEQAZ_DAMAGED, "Insufficient memory";
+ * past another cap, DEQAZ_DAMAGED, "Something is wrong with this file!");
  * `result` is filled in every case. */
 int deqaz_convert_ex(const void *qaz, size_t qaz_size, const deqaz_options *options, deqaz_result *result);
 

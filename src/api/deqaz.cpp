@@ -19,13 +19,14 @@ using namespace deqaz;
 namespace {
 
 // Loads a QAZ file; null with `code` set to the result the caller returns.
-std::unique_ptr<SongHeader> load(const void* qaz, size_t qazSize, bool sampleData, int& code, Diagnostics& diag) {
+std::unique_ptr<SongHeader> load(const void* qaz, size_t qazSize, bool sampleData, int& code, Diagnostics& diag,
+                                 const LoadLimits& limits = {}) {
     const auto* bytes = static_cast<const uint8_t*>(qaz);
     code = DEQAZ_NOT_QAZ;
     if (!bytes || qazSize > UINT32_MAX || !hasQazMagic(bytes, qazSize)) return nullptr;
     if (sampleData) initLossyDecoders();
     InputStream in{bytes, static_cast<uint32_t>(qazSize), 0};
-    std::unique_ptr<SongHeader> song = loadModule(in, diag, sampleData);
+    std::unique_ptr<SongHeader> song = loadModule(in, diag, sampleData, limits);
     code = song ? DEQAZ_OK : DEQAZ_DAMAGED;
     return song;
 }
@@ -61,7 +62,9 @@ extern "C" int deqaz_convert_ex(const void* qaz, size_t qazSize, const deqaz_opt
         Diagnostics diag;
         diag.err = open_memstream(&printed, &printedSize);
         std::unique_ptr<SongHeader> song;
-        if (diag.err) song = load(qaz, qazSize, true, code, diag);
+        LoadLimits limits;
+        if (options) limits = {options->max_body, options->max_pcm, options->max_cells};
+        if (diag.err) song = load(qaz, qazSize, true, code, diag, limits);
         OutputBuffer out;
         if (options && options->max_output) out.setLimit(options->max_output);
         if (song && !writeModule(*song, out, diag, options && (options->flags & DEQAZ_FOR_PLAYERS))) {

@@ -46,7 +46,7 @@ uint32_t convertOldFrequency(uint32_t stored) {
 // Reads the body's records into `song`. False when a table cannot be allocated or the pattern
 // count is past the cell bound (the caller then fails the load; a short body by itself is not a
 // failure: its missing bytes read as zero).
-bool readRecords(InputStream& in, SongHeader& song, uint8_t version, uint32_t dataStart) {
+bool readRecords(InputStream& in, SongHeader& song, uint8_t version, uint32_t dataStart, uint64_t maxCells) {
     song.name = in.readString();
     song.message = in.readString();
     uint8_t stored[SONG_HEADER_STORED_SIZE];
@@ -55,7 +55,7 @@ bool readRecords(InputStream& in, SongHeader& song, uint8_t version, uint32_t da
 
     // Every pattern is written as at least 64 rows: a count past the cell bound fails here,
     // before its tables are allocated.
-    if (static_cast<uint64_t>(song.channels) * song.patternCount * 64 > PATTERN_CELLS_MAX) return false;
+    if (static_cast<uint64_t>(song.channels) * song.patternCount * 64 > maxCells) return false;
     const size_t tableEntries = static_cast<size_t>(song.channels) * song.patternCount;
     if (!song.patternTracks.allocZeroed(tableEntries) || !song.patternRows.allocZeroed(song.patternCount))
         return false;
@@ -195,7 +195,7 @@ DecodeStatus decodeSamples(InputStream& in, SongHeader& song) {
 
 }  // namespace
 
-std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag, bool sampleData) {
+std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag, bool sampleData, const LoadLimits& limits) {
     const InputStream file = in;
     auto fail = [&](const char* message) {
         in = file;
@@ -216,8 +216,10 @@ std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag, bool 
     // A body of 0 bytes cannot even hold the song name's terminator.
     if (header.unpackedSize == 0) return fail(BROKEN);
     const uint64_t packedAvail64 = file.inputSize - header.headerLength;
-    if (header.unpackedSize > BODY_FLOOR && header.unpackedSize > packedAvail64 * BODY_PER_PACKED_BYTE)
-        return fail(BROKEN);
+    const bool bodyTooLarge = limits.maxBody ? header.unpackedSize > limits.maxBody
+                                             : header.unpackedSize > BODY_FLOOR && header.unpackedSize > packedAvail64 * BODY_PER_PACKED_BYTE;
+    if (bodyTooLarge) return fail(BROKEN);
+    const uint64_t maxCells = limits.maxCells ? limits.maxCells : PATTERN_CELLS_MAX;
     HeapArray<uint8_t> body;
     // Cleared first, so a body that the packed data does not fill reads as zeros.
     if (!body.allocZeroed(header.unpackedSize)) return fail(BROKEN);
@@ -232,7 +234,7 @@ std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag, bool 
     InputStream bodyStream{body.data(), header.unpackedSize, 0};
     bool recordsOk;
     try {
-        recordsOk = readRecords(bodyStream, *song, header.version, static_cast<uint32_t>(dataStart));
+        recordsOk = readRecords(bodyStream, *song, header.version, static_cast<uint32_t>(dataStart), maxCells);
     } catch (const std::bad_alloc&) {
         return fail(NO_MEMORY);
     }
@@ -242,13 +244,13 @@ std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag, bool 
     uint64_t cells = 0;
     for (size_t p = 0; p < song->patternCount; ++p)
         cells += static_cast<uint64_t>(song->patternRows[p] < 64 ? 64 : song->patternRows[p]) * song->channels;
-    if (cells > PATTERN_CELLS_MAX) return fail(BROKEN);
+    if (cells > maxCells) return fail(BROKEN);
 
     // The PCM every sample would decode to, checked before any of it is allocated.
     uint64_t pcmBytes = 0;
     for (const SampleRecord& smp : song->samples)
         pcmBytes += static_cast<uint64_t>(smp.length) * 2 * ((smp.flags & SF_STEREO) ? 2 : 1);
-    if (pcmBytes > PCM_FLOOR + PCM_PER_INPUT_BYTE * file.inputSize) return fail(BROKEN);
+    if (pcmBytes > (limits.maxPcm ? limits.maxPcm : PCM_FLOOR + PCM_PER_INPUT_BYTE * file.inputSize)) return fail(BROKEN);
 
     in = file;
     if (!sampleData) return song;

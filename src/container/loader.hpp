@@ -9,10 +9,19 @@
 
 namespace deqaz {
 
+// Caps a caller may set in place of the resource bounds (0 keeps the bound): the unpacked body,
+// the decoded PCM of all samples and the pattern cells the writers would turn out.
+struct LoadLimits {
+    uint64_t maxBody = 0;
+    uint64_t maxPcm = 0;
+    uint64_t maxCells = 0;
+};
+
 // `in` describes the whole file, position 0. Returns the module, or null with the message in
 // diag.errorText ("This is not a QAZ file!", "Something is wrong with this file!" or
 // "Insufficient memory"). On return `in` again describes the whole file. Without `sampleData` the
 // samples keep their records and data offsets but are not decoded (inspection).
-std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag, bool sampleData = true);
+std::unique_ptr<SongHeader> loadModule(InputStream& in, Diagnostics& diag, bool sampleData = true,
+                                       const LoadLimits& limits = {});
 
 }  // namespace deqaz

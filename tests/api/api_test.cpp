@@ -93,7 +93,7 @@ TEST(Api, ConvertsWithOptionsAndReportsMessages) {
     for (auto [flags, headerByte, fix] : {std::tuple{SH_ORIGIN_MTM, 32, "MTM beats per track"}, {SH_ORIGIN_S3M, -1, "S3M empty sample"}}) {
         const std::vector<uint8_t> qaz = writeQaz(makeRichModule(flags));
         const Converted exact = convert(qaz);
-        deqaz_options options{DEQAZ_FOR_PLAYERS, 0};
+        deqaz_options options{DEQAZ_FOR_PLAYERS, 0, 0, 0, 0};
         deqaz_result r;
         ASSERT_EQ(deqaz_convert_ex(qaz.data(), qaz.size(), &options, &r), DEQAZ_OK);
         const std::string bytes(static_cast<const char*>(r.module), r.module_size);
@@ -110,11 +110,16 @@ TEST(Api, ConvertsWithOptionsAndReportsMessages) {
         EXPECT_STREQ(r.ext, flags == SH_ORIGIN_MTM ? "mtm" : "s3m");
         deqaz_free(r.module), deqaz_free(r.messages), deqaz_free(r.notes);
 
-        options = {0, 1000};  // too small for the module
-        EXPECT_EQ(deqaz_convert_ex(qaz.data(), qaz.size(), &options, &r), DEQAZ_DAMAGED);
-        EXPECT_EQ(r.module, nullptr);
-        EXPECT_STREQ(r.messages, "error: Insufficient memory\n");
-        deqaz_free(r.messages), deqaz_free(r.notes);
+        // Caps below what the module needs: the output, the body, the sample data, the cells.
+        for (const auto& [caps, message] : {std::pair{deqaz_options{0, 1000, 0, 0, 0}, "Insufficient memory"},
+                                            {deqaz_options{0, 0, 100, 0, 0}, "Something is wrong with this file!"},
+                                            {deqaz_options{0, 0, 0, 100, 0}, "Something is wrong with this file!"},
+                                            {deqaz_options{0, 0, 0, 0, 64}, "Something is wrong with this file!"}}) {
+            EXPECT_EQ(deqaz_convert_ex(qaz.data(), qaz.size(), &caps, &r), DEQAZ_DAMAGED);
+            EXPECT_EQ(r.module, nullptr);
+            EXPECT_EQ(std::string(r.messages ? r.messages : ""), std::string("error: ") + message + "\n");
+            deqaz_free(r.messages), deqaz_free(r.notes);
+        }
     }
     deqaz_result r;
     EXPECT_EQ(deqaz_convert_ex("QAZ\x09", 4, nullptr, &r), DEQAZ_NOT_QAZ);

@@ -169,7 +169,8 @@ Outcome unpackOne(Batch& b, const Job& job) {
     std::vector<uint8_t> data;
     if (!readFile(job.input, data, o.error)) return o;
     o.in = data.size();
-    deqaz_options options{b.exact ? 0u : DEQAZ_FOR_PLAYERS, 0};
+    deqaz_options options{};
+    options.flags = b.exact ? 0u : DEQAZ_FOR_PLAYERS;
     deqaz_result r;
     const int code = deqaz_convert_ex(data.data(), data.size(), &options, &r);
     const std::vector<std::string> messages = lines(r.messages);

@@ -508,6 +508,44 @@ bool isXmSignature(const uint8_t* data, size_t size) {
     return true;
 }
 
+// The patterns from `pos` into the song's tracks, `pos` moved past them; `ended` set when the file
+// ends inside them (the rest are empty). 1.02's pattern header holds the row count less one in a
+// byte. False when memory runs out.
+bool readPatterns(const uint8_t* data, size_t size, size_t& pos, bool& ended, unsigned patterns, unsigned channels,
+                  bool version102, SongHeader& song, ReadWarnings& warnings) {
+    const size_t patternHeader = version102 ? 8 : 9;
+    PatternBuilder builder(channels);
+    const unsigned keptPatterns = std::min<unsigned>(patterns, MAX_PATTERNS);
+    for (unsigned p = 0; p < patterns; ++p) {
+        if (ended || size - pos < patternHeader) {
+            if (!ended) warnings.add("XM: the file ends inside the patterns; the rest are empty");
+            ended = true;
+            if (p < keptPatterns) builder.beginPattern(64);
+            continue;
+        }
+        const uint32_t length = rd32le(data + pos);
+        unsigned rows = version102 ? data[pos + 5] + 1u : rd16le(data + pos + 5);
+        const uint16_t packed = rd16le(data + pos + patternHeader - 2);
+        if (data[pos + 4] != 0) warnings.add("XM: unknown pattern packing type ignored");
+        if (rows > MAX_ROWS) {
+            warnings.add("XM: patterns longer than 1024 rows cut");
+            rows = MAX_ROWS;
+        }
+        const size_t dataAt = pos + std::max<size_t>(length, patternHeader);
+        if (p < keptPatterns) {
+            builder.beginPattern(rows);
+            if (dataAt < size) readPattern(data + dataAt, std::min<size_t>(packed, size - dataAt), rows, channels, builder, warnings);
+        }
+        if (dataAt > size || size - dataAt < packed) {
+            warnings.add("XM: the file ends inside the patterns; the rest are empty");
+            ended = true;
+            continue;
+        }
+        pos = dataAt + packed;
+    }
+    return builder.finish(song);
+}
+
 }  // namespace
 
 ReadResult readXm(const uint8_t* data, size_t size) {
@@ -599,38 +637,8 @@ ReadResult readXm(const uint8_t* data, size_t size) {
     };
     if (oldLayout && !readInstruments()) return fail("Insufficient memory");
 
-    // Patterns; 1.02's header holds the row count less one in a byte.
-    const size_t patternHeader = version == OLDEST_VERSION ? 8 : 9;
-    PatternBuilder builder(channels);
-    const unsigned keptPatterns = std::min<unsigned>(patterns, MAX_PATTERNS);
-    for (unsigned p = 0; p < patterns; ++p) {
-        if (ended || size - pos < patternHeader) {
-            if (!ended) warnings.add("XM: the file ends inside the patterns; the rest are empty");
-            ended = true;
-            if (p < keptPatterns) builder.beginPattern(64);
-            continue;
-        }
-        const uint32_t length = rd32le(data + pos);
-        unsigned rows = version == OLDEST_VERSION ? data[pos + 5] + 1u : rd16le(data + pos + 5);
-        const uint16_t packed = rd16le(data + pos + patternHeader - 2);
-        if (data[pos + 4] != 0) warnings.add("XM: unknown pattern packing type ignored");
-        if (rows > MAX_ROWS) {
-            warnings.add("XM: patterns longer than 1024 rows cut");
-            rows = MAX_ROWS;
-        }
-        const size_t dataAt = pos + std::max<size_t>(length, patternHeader);
-        if (p < keptPatterns) {
-            builder.beginPattern(rows);
-            if (dataAt < size) readPattern(data + dataAt, std::min<size_t>(packed, size - dataAt), rows, channels, builder, warnings);
-        }
-        if (dataAt > size || size - dataAt < packed) {
-            warnings.add("XM: the file ends inside the patterns; the rest are empty");
-            ended = true;
-            continue;
-        }
-        pos = dataAt + packed;
-    }
-    if (!builder.finish(*song)) return fail("Insufficient memory");
+    if (!readPatterns(data, size, pos, ended, patterns, channels, version == OLDEST_VERSION, *song, warnings))
+        return fail("Insufficient memory");
 
     if (!oldLayout && !readInstruments()) return fail("Insufficient memory");
     in.seek(pos);

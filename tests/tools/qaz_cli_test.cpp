@@ -59,7 +59,7 @@ TEST_F(QazCli, EveryWayOfWritingConvertsBackToTheSameModule) {
 
 TEST_F(QazCli, LossyCodingsConvert) {
     dir.put("song.xm", readFile(CORPUS_MODULE));
-    for (const char* coding : {"vorbis", "vorbis:0.1", "mp3", "mp3:64"}) {
+    for (const char* coding : {"vorbis", "vorbis:0.1", "vorbis:1", "mp3", "mp3:64"}) {
         SCOPED_TRACE(coding);
         ASSERT_EQ(qaz({"-y", "-c", coding, "song.xm", "lossy.qaz"}).exitCode, 0);
         const std::string out = converted("lossy.qaz");

@@ -8,7 +8,7 @@
 #include <new>
 
 #include "container/encode_module.hpp"
-#include "container/inspect.hpp"
+#include "container/module_info.hpp"
 #include "container/loader.hpp"
 #include "container/unpack.hpp"
 #include "samples/lossy.hpp"

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "cli/qaz/qaz.hpp"
-#include "container/inspect.hpp"
+#include "container/module_info.hpp"
 #include "container/loader.hpp"
 #include "container/unpack.hpp"
 #include "readers/module_reader.hpp"

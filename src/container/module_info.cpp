@@ -1,4 +1,4 @@
-#include "container/inspect.hpp"
+#include "container/module_info.hpp"
 
 #include <cstring>
 

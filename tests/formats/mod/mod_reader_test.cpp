@@ -85,29 +85,9 @@ TEST(ModReaderPeriods, EveryNotePeriodComesBack) {
     EXPECT_EQ(test::cellCommands(*r.song, 0, 40, 2)[0].parameter, 119);
 }
 
-TEST(ModReaderLayout, SignaturesGiveChannelsAndTheWrittenSignature) {
-    const struct {
-        const char* sig;
-        unsigned channels;
-        const char* written;
-    } cases[] = {{"M.K.", 4, "M.K."}, {"M!K!", 4, "M.K."}, {"FLT4", 4, "M.K."}, {"CD61", 6, "CD61"}, {"CD81", 8, "CD81"},
-                 {"OCTA", 8, "CD81"}, {"6CHN", 6, "CD61"}, {"12CH", 12, "12CH"}, {"TDZ3", 3, "3CHN"}, {"FA06", 6, "CD61"}};
-    for (const auto& c : cases) {
-        ModImage m(c.sig, c.channels, 1);
-        m.cell(0, 63, c.channels - 1, 428, 0x1F, 0x0C, 0x20);
-        m.slot(0, {1, -1, 2, -2}, 0, 64, 0, 1);
-        ReadResult r = readOk(m.b);
-        ASSERT_TRUE(r.song) << c.sig;
-        EXPECT_EQ(r.song->channels, c.channels) << c.sig;
-        const Bytes out = writeBack(*r.song);
-        EXPECT_EQ(std::string(out.begin() + 1080, out.begin() + 1084), c.written) << c.sig;
-        ModImage w(c.written, c.channels, 1);
-        w.b = out;
-        EXPECT_TRUE(std::equal(m.cellAt(0, 63, c.channels - 1), m.cellAt(0, 63, c.channels - 1) + 4,
-                               w.cellAt(0, 63, c.channels - 1)))
-            << c.sig;
-        EXPECT_EQ(test::pcmOf(r.song->samples[0]), (std::vector<int16_t>{256, -256, 512, -512})) << c.sig;
-    }
+// Dialects the corpus does not hold: FLT8's split patterns, Mod's Grave's 8-channel "M.K.", the
+// song length against the patterns named past it, and the restart byte.
+TEST(ModReaderLayout, SplitPatternsLyingSignaturesAndOrders) {
     // FLT8 keeps each 8-channel pattern as two 4-channel halves and counts orders in halves.
     ModImage flt("FLT8", 4, 2);
     flt.orders({0, 0}, 2);
@@ -122,34 +102,22 @@ TEST(ModReaderLayout, SignaturesGiveChannelsAndTheWrittenSignature) {
     ModImage grave("M.K.", 8, 1);
     grave.slot(0, {1, 2}, 0, 64, 0, 1);
     EXPECT_EQ(readOk(grave.b).song->channels, 8);
-}
 
-TEST(ModReaderLayout, SlotsOrdersAndPatternCount) {
     ModImage m("M.K.", 4, 3);
     m.orders({1, 0, 1, 2}, 2);  // pattern 2 is named only past the song length
-    m.b[m.tableAt + 1] = 5;     // restart
-    for (uint8_t f = 0; f < 16; ++f) m.slot(f, {0, 0, 0, 0}, f, uint8_t(f * 4), 1, f == 0 ? 1 : 1);
-    m.slot(16, {10, 20, 30, 40, 50, 60}, 0, 64, 1, 2);  // loop frames 2..6
-    ReadResult r = readOk(m.b);
+    m.b[m.tableAt + 1] = 5;
+    m.slot(0, {0, 0, 0, 0}, 8, 0, 1, 1);  // finetune -8; a one-word loop is no loop
+    m.slot(1, {10, 20, 30, 40, 50, 60}, 0, 64, 1, 2);  // loop frames 2..6
+    r = readOk(m.b);
     const SongHeader& s = *r.song;
-    EXPECT_EQ(s.patternCount, 2);
-    EXPECT_EQ(s.orderCount, 2);
-    EXPECT_EQ(s.restartPos, 5);
-    EXPECT_EQ((std::array<int, 5>{s.channelPan[0], s.channelPan[1], s.channelPan[2], s.channelPan[3], s.channelPan[4]}),
-              (std::array<int, 5>{0, 255, 255, 0, 0}));  // the Amiga's L R R L
-    EXPECT_EQ(s.samples.size(), 31u);
-    EXPECT_EQ(s.samples[0].frequency & 0xFF, 0x80u);  // finetune 0
-    EXPECT_EQ(s.samples[8].frequency & 0xFF, 0x00u);  // -8
-    EXPECT_EQ(s.samples[16].flags, SF_LOOP);
-    EXPECT_EQ(s.samples[16].loopStart, 2u);
-    EXPECT_EQ(s.samples[16].loopEnd, 6u);
-    EXPECT_EQ(s.samples[0].flags, 0);  // a one-word loop is no loop
+    EXPECT_EQ((std::array<int, 4>{s.patternCount, s.orderCount, s.restartPos, static_cast<int>(s.samples.size())}),
+              (std::array<int, 4>{2, 2, 5, 31}));
+    EXPECT_EQ((std::array<int, 4>{s.samples[0].flags, static_cast<int>(s.samples[0].frequency & 0xFF), s.samples[1].flags,
+                                  static_cast<int>(s.samples[1].loopStart)}),
+              (std::array<int, 4>{0, 0, SF_LOOP, 2}));
     EXPECT_FALSE(r.warnings.empty());  // the dropped pattern
-    const Bytes out = writeBack(*r.song);
-    EXPECT_TRUE(std::equal(m.b.begin() + 20, m.b.begin() + 950, out.begin() + 20));  // every slot byte
-    EXPECT_EQ(out[951], 5);
-    // Restart 127 is "none": position 0, written back as 127.
-    m.b[m.tableAt + 1] = 0x7F;
+    EXPECT_EQ(writeBack(*r.song)[951], 5);
+    m.b[m.tableAt + 1] = 0x7F;  // restart 127 is "none"
     EXPECT_EQ(readOk(m.b).song->restartPos, 0);
 }
 

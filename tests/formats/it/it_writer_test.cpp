@@ -3,6 +3,7 @@
 // configuration scan, envelope conversion and packed patterns past IT's usual range.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -44,36 +45,17 @@ TEST(ItHeader, MixVolumeAndChannels) {
     EXPECT_EQ(f.bytes(0x84, 60), Bytes(60, 0));
 }
 
-TEST(ItHeader, OrdersOffsetTableAndMessage) {
-    // Two instrument records without instrument mode: the table keeps their room at its end.
+// Instrument records without instrument mode: the offset table keeps their room at its end.
+TEST(ItHeader, InstrumentRoomInTheOffsetTable) {
     SongHeader song = minimalSong();
-    addPattern(song, 32, {0});
-    setOrders(song, {0, 1, 0xFE});
     addInstrument(song);
     addInstrument(song);
     addSample(song, 0, 10);
-    addSample(song, SF_16BIT, 10);
-    song.message = "Hi";
     const ItFile f = write(song);
-    EXPECT_EQ(f.u16(0x20), 4);
-    EXPECT_EQ(f.bytes(HEADER, 4), (Bytes{0x00, 0x01, 0xFE, 0xFF}));
-    EXPECT_EQ(f.bytes(0x22, 6), (Bytes{0, 0, 2, 0, 2, 0}));  // instruments 0, samples 2, patterns 2
-    EXPECT_EQ(f.u16(0x2E), 0x0001);
-
-    const size_t message = f.tableAt() + 4 * 6 + 2;  // table, then two zero bytes
-    EXPECT_EQ(f.u16(message - 2), 0);
-    EXPECT_EQ(f.u16(0x36), 3);
-    EXPECT_EQ(f.u32(0x38), message);
-    EXPECT_EQ(f.bytes(message, 3), (Bytes{0x48, 0x69, 0x00}));
-    const size_t samples = message + 3;
-    EXPECT_EQ(f.entry(0), samples);
-    EXPECT_EQ(f.entry(1), samples + SAMPLE_HEADER);
-    EXPECT_EQ(f.entry(2), samples + 2 * SAMPLE_HEADER);
-    EXPECT_EQ(f.entry(3), f.entry(2) + 8 + 64);
-    EXPECT_EQ(f.entry(4), 0u);
-    EXPECT_EQ(f.entry(5), 0u);
-    EXPECT_EQ(f.text(samples, 4), "IMPS");
-    EXPECT_EQ(f.u16(f.entry(3) + 2), 32);
+    EXPECT_EQ(f.bytes(0x20, 8), (Bytes{2, 0, 0, 0, 1, 0, 1, 0}));  // orders, instruments 0, samples, patterns
+    EXPECT_EQ(f.entry(0), f.tableAt() + 4 * 4 + 2);
+    EXPECT_EQ(f.entry(1), f.entry(0) + SAMPLE_HEADER);
+    EXPECT_EQ((std::array<uint32_t, 2>{f.entry(2), f.entry(3)}), (std::array<uint32_t, 2>{0, 0}));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -103,24 +85,6 @@ TEST(ItMacros, ScanNeedsASlotAndAMacroCommandInAnyPair) {
     EXPECT_EQ(f.text(block, 3), std::string("FF\0", 3));
     EXPECT_EQ(f.text(block + 9 * 32, 8), std::string("F0F000z\0", 8));  // slot 0 = 1
     EXPECT_EQ(f.entry(0), block + MIDI_BLOCK);                          // the pattern follows
-}
-
-TEST(ItMacros, BlocksComeBeforeTheMessage) {
-    SongHeader song = minimalSong(2);
-    song.flags |= SH_EXTRA_CHUNKS;
-    song.message = "x";
-    song.sfxMacro[3] = 2;
-    addTrackBytes(song, {0x11, 47, 0, 0});
-    ASSERT_TRUE(song.fxSlots[2].data.dupBuffer(Bytes{7, 8, 9}.data(), 3));
-    song.fxSlots[2].size = 3;
-    song.fxSlots[2].present = true;
-    const ItFile f = write(song);
-    const size_t at = f.tableAt() + 4 + 2 + MIDI_BLOCK;
-    EXPECT_EQ(f.u16(0x2E), 0x000F);
-    EXPECT_EQ(f.text(at, 4), "FX02");
-    EXPECT_EQ(f.u32(at + 4), 3u);
-    EXPECT_EQ(f.bytes(at + 8, 3), (Bytes{7, 8, 9}));
-    EXPECT_EQ(f.u32(0x38), at + 11);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -170,19 +134,6 @@ TEST(ItPatterns, MaskInstrumentMemoryAndSpecialNotes) {
                          0x81, 0x01, 0xFF, 0x00, 0x01, 0xFE, 0x00, 0x01, 0xFE, 0x00, 0x01, 0x00, 0x00, 0x01, 0xFC, 0x00};
     EXPECT_EQ(packedPattern(song, 0), expected);
     EXPECT_EQ(packedPattern(song, 1), expected);
-}
-
-TEST(ItPatterns, VolumeMemoryAndEffects) {
-    SongHeader song = makeSong(IT, 6);
-    PatternGrid g(3, 6);
-    g.at(0, 5) = {cmd(16, 0x10)};                            // pattern break C, channel 5 only
-    g.at(0, 0) = {cmd(15, 32)};                              // volume column 32
-    g.at(1, 0) = {cmd(15, 32), cmd(44, 0x80)};               // same volume, tempo T
-    g.at(2, 0) = {instrument(4), cmd(15, 0), cmd(3, 0x37)};  // volume 0, arpeggio J
-    addPattern(song, g);
-    EXPECT_EQ(packedPattern(song), (Bytes{0x81, 0x04, 32, 0x86, 0x08, 3, 0x10, 0x00,  //
-                                          0x81, 0x48, 20, 0x80, 0x00,                  //
-                                          0x81, 0x0E, 5, 0, 10, 0x37, 0x00}));
 }
 
 TEST(ItPatterns, TranslationWarningsReachTheMessageStream) {

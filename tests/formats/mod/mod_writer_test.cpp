@@ -109,16 +109,6 @@ TEST(ModHeader, OrdersBeyondTheTable) {
     EXPECT_EQ(f.notes, std::vector<std::string>{"MOD lists 128 orders; 72 more left out of the table"});
 }
 
-TEST(ModHeader, EmptyModuleIsTheHeaderAlone) {
-    SongHeader song = makeSong(MOD, 4);  // no orders, patterns or samples
-    const ModFile f = write(song);
-    ASSERT_EQ(f.b.size(), HEADER);
-    Bytes lengthRestartAndTable(130, 0);
-    lengthRestartAndTable[1] = 127;
-    EXPECT_EQ(f.bytes(950, 130), lengthRestartAndTable);
-    EXPECT_EQ(f.text(1080, 4), "M.K.");
-}
-
 // ---------------------------------------------------------------------------------------------
 // Patterns
 

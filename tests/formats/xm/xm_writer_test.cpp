@@ -55,14 +55,6 @@ TEST(XmHeader, OrderListBeyondTheTable) {
     EXPECT_EQ(f.messages, "");
 }
 
-TEST(XmHeader, EmptyModuleIsTheHeaderAlone) {
-    SongHeader song = makeSong(XM, 4);  // no orders, patterns or instruments
-    const XmFile f = write(song);
-    ASSERT_EQ(f.b.size(), HEADER);
-    EXPECT_EQ(f.bytes(64, 10), (Bytes{0, 0, 0, 0, 4, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(f.bytes(80, 256), Bytes(256, 0));
-}
-
 // ---------------------------------------------------------------------------------------------
 // Patterns
 

@@ -60,72 +60,49 @@ protected:
     TempDir dir;
 };
 
-TEST_F(CliTest, UsageWhenNoInputNameIsLeft) {
-    ProcessResult r = run({});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.err, BANNER + USAGE);
-    EXPECT_EQ(r.out, "");
-
-    // Silent mode drops the banner, never the usage text.
-    for (auto args : {std::vector<std::string>{"-s"}, {"-s", "-s"}, {"-y", "-s", "-x"}}) {
-        r = run(args);
-        EXPECT_EQ(r.exitCode, 1) << args.size();
-        EXPECT_EQ(r.err, USAGE) << args.size();
+// Runs that end before any QAZ data is read: the switch scan, the usage text, the file that
+// cannot be opened (its name cut to the 200-byte message buffer) and silent mode. Nothing is
+// ever written to the directory.
+TEST_F(CliTest, ArgumentsAndInputsThatEndTheRunEarly) {
+    const std::string cannotOpen = BANNER + LOADING + "error: Can't open file :";
+    const struct {
+        std::vector<std::string> args;
+        int exitCode;
+        std::string err;
+    } cases[] = {
+        {{}, 1, BANNER + USAGE},
+        {{"-s"}, 1, USAGE},  // silent mode drops the banner, never the usage text
+        {{"-s", "-s"}, 1, USAGE},
+        {{"-y", "-s", "-x"}, 1, USAGE},
+        {{"-y", "-", "-q"}, 1, BANNER + USAGE},
+        {{"nofile.qaz"}, 2, cannotOpen + "nofile.qaz\n"},
+        {{"-y", "-s", "nofile.qaz"}, 2, ""},
+        {{"-x", "-", "a.qaz"}, 2, cannotOpen + "a.qaz\n"},  // -x is a switch and ignored; a lone "-" too
+        {{"-yes", "b.qaz"}, 2, cannotOpen + "-yes\n"},      // longer than two characters: the input name
+        {{"c.qaz", "-s"}, 2, cannotOpen + "c.qaz\n"},       // no switches after the input name
+        {{std::string(300, 'n')}, 2, cannotOpen + std::string(182, 'n') + "\n"},
+    };
+    for (const auto& c : cases) {
+        const ProcessResult r = run(c.args);
+        EXPECT_EQ(r.exitCode, c.exitCode) << c.err;
+        EXPECT_EQ(r.err, c.err);
+        EXPECT_EQ(r.out, "");
     }
-    r = run({"-y", "-", "-q"});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.err, BANNER + USAGE);
-}
-
-TEST_F(CliTest, MissingInputFile) {
-    ProcessResult r = run({"nofile.qaz"});
-    EXPECT_EQ(r.exitCode, 2);
-    EXPECT_EQ(r.err, BANNER + LOADING + "error: Can't open file :nofile.qaz\n");
     EXPECT_TRUE(dir.listing().empty());
 
-    r = run({"-y", "-s", "nofile.qaz"});
-    EXPECT_EQ(r.exitCode, 2);
-    EXPECT_EQ(r.err, "");
-}
-
-TEST_F(CliTest, SwitchScanStopsAtTheInputName) {
-    // -x is a switch and ignored; a lone "-" too.
-    ProcessResult r = run({"-x", "-", "a.qaz"});
-    EXPECT_EQ(r.err, BANNER + LOADING + "error: Can't open file :a.qaz\n");
-    // Longer than two characters: the input name, not a switch.
-    r = run({"-yes", "b.qaz"});
-    EXPECT_EQ(r.err, BANNER + LOADING + "error: Can't open file :-yes\n");
-    // Switches after the input name are not switches: -s here does not silence.
-    r = run({"c.qaz", "-s"});
-    EXPECT_EQ(r.err, BANNER + LOADING + "error: Can't open file :c.qaz\n");
-    EXPECT_EQ(r.exitCode, 2);
-}
-
-TEST_F(CliTest, LongInputNameIsCutToTheMessageBuffer) {
-    std::string name(300, 'n');
-    ProcessResult r = run({name});
-    EXPECT_EQ(r.exitCode, 2);
-    // 200-byte message buffer: the prefix, 182 characters of the name and the terminator.
-    EXPECT_EQ(r.err, BANNER + LOADING + "error: Can't open file :" + std::string(182, 'n') + "\n");
-}
-
-TEST_F(CliTest, InputThatIsNotQaz) {
     const std::vector<std::string> bad = {"", "Q", "QA", "QAZ", std::string("QAZ\x06", 4) + "rest",
                                           std::string("QAZ\xff", 4), std::string("QAX\x05", 4) + "rest",
                                           std::string("qaz\x01", 4)};
     for (const std::string& bytes : bad) {
         dir.put("in.qaz", bytes);
-        ProcessResult r = run({"in.qaz"});
-        EXPECT_EQ(r.exitCode, 2) << bytes.size();
-        EXPECT_EQ(r.err, BANNER + LOADING + NOT_QAZ) << bytes.size();
+        for (const ProcessResult& r : {run({"in.qaz"}), run({"STDIN", "STDOUT"}, bytes)}) {
+            EXPECT_EQ(r.exitCode, 2) << bytes.size();
+            EXPECT_EQ(r.err, BANNER + LOADING + NOT_QAZ) << bytes.size();
+            EXPECT_EQ(r.out, "");
+        }
         EXPECT_EQ(dir.listing(), std::vector<std::string>{"in.qaz"});
-
-        r = run({"STDIN", "STDOUT"}, bytes);
-        EXPECT_EQ(r.exitCode, 2);
-        EXPECT_EQ(r.err, BANNER + LOADING + NOT_QAZ);
-        EXPECT_EQ(r.out, "");
     }
-    ProcessResult r = run({"-s", "in.qaz"});
+    const ProcessResult r = run({"-s", "in.qaz"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_EQ(r.err, "");
 }

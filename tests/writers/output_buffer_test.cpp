@@ -61,6 +61,13 @@ TEST(OutputBufferTest, GrowthStoresAndPatches) {
     out.patch8(150, 9), out.patch16(149, 0xFFFF), out.patch32(147, 0xFFFFFFFF), out.patch32(0xFFFFFFFE, 0);  // outside: ignored
     EXPECT_EQ((Bytes{out.outputData()[10], out.outputData()[11], out.outputData()[146], out.outputData()[149]}), (Bytes{2, 3, 4, 7}));
     EXPECT_EQ(out.outputSize(), 150u);
+
+    OutputBuffer gap;
+    gap.skip(65535);  // still a small write: one step
+    EXPECT_EQ(gap.outputCapacity(), 65536u);
+    gap.truncate(2);
+    gap.patch16(0, 0x0102);  // a patch may end exactly at the end
+    EXPECT_EQ(bytesOf(gap), (Bytes{2, 1}));
 }
 
 TEST(OutputBufferTest, SamplePcmModes) {

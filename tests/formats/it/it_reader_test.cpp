@@ -137,13 +137,16 @@ TEST(ItReader, WrittenFieldsComeBack) {
     addPattern(song, 1, {addTrackRows(song, {TrackRow{cmd(43, 0xF1), cmd(47, 0x80)}}), 0});
     setOrders(song, {0, 1});
     song.sfxMacro[0] = 1, song.sfxMacro[1] = 0xFF, song.zxxMacro[0] = 0x200, song.zxxMacro[1] = 0x80;
-    addInstrument(song).name = "Instrument";
+    InstrumentRecord& written = addInstrument(song);
+    written.name = "Instrument";
+    written.midiChannel = 1;  // stored as 2, the lowest channel the file names
     for (int code : {20, -52, -1, 0, 28, 29}) {
         song.mixVolume = static_cast<int8_t>(code);
         const WriteResult w = runWriteModule(song, 1);
         const ReadResult r = readIt(w.bytes.data(), w.bytes.size());
         ASSERT_TRUE(r.song) << r.error;
         EXPECT_EQ(r.song->mixVolume, code);
+        EXPECT_EQ(r.song->instruments.at(0).midiChannel, 1);
         EXPECT_EQ((std::array<int, 4>{r.song->sfxMacro[0], r.song->sfxMacro[1], r.song->zxxMacro[0], r.song->zxxMacro[1]}),
                   (std::array<int, 4>{1, 0xFF, 0x200, 0x80}));
     }

@@ -54,6 +54,9 @@ TEST(S3mHeader, ChannelSettingsMasterVolumeAndPanTable) {
     f = write(s);
     EXPECT_EQ(f.bytes(64, 5), (Bytes{1, 2, 3, 4, 0xFF}));
     EXPECT_EQ(f.u8(51), 0x30);
+    EXPECT_EQ(f.u16(40), 0x1301);  // the tracker version follows the slides flag
+    s.flags |= SH_S3M_ST300_VOLSLIDES;
+    EXPECT_EQ(write(s).u16(40), 0x1300);
 }
 
 TEST(S3mHeader, ChannelLimits) {

@@ -196,7 +196,6 @@ size_t readModAdpcm(const uint8_t* p, size_t avail, SampleRecord& s, bool& cut) 
     return ADPCM_HEADER + have;
 }
 
-}  // namespace
 
 // The commands of one 4-byte cell: the period as a note, the instrument, effect 0-F as commands
 // 3-18.
@@ -307,6 +306,59 @@ ReadResult readIce(const uint8_t* data, size_t size) {
     return result;
 }
 
+// How many patterns the song plays (up to the highest named within the song length) and how many
+// the file stores. ProTracker counts them over the whole order table, some trackers over the song
+// only: the count whose layout matches the file size wins, else the larger one that fits. A
+// "M.K." file whose size fits 8 channels and not 4 is Mod's Grave's.
+struct PatternSpan {
+    unsigned patterns, stored;
+};
+
+PatternSpan patternSpan(size_t size, const std::array<Slot, 31>& slots, const std::array<uint8_t, ORDERS>& orders,
+                        unsigned songLength, Layout& layout, ReadWarnings& warnings) {
+    unsigned maxAll = 0;
+    unsigned maxUsed = 0;
+    for (unsigned i = 0; i < ORDERS; ++i) {
+        maxAll = std::max<unsigned>(maxAll, orders[i]);
+        if (i < songLength) maxUsed = std::max<unsigned>(maxUsed, orders[i]);
+    }
+    uint64_t sampleBytes = 0;
+    for (unsigned i = 0; i < layout.samples; ++i) sampleBytes += uint64_t{slots[i].lengthWords} * 2;
+    auto fileSizeFor = [&](unsigned patterns, unsigned channels) {
+        return layout.headerSize + uint64_t{patterns} * ROWS * channels * 4 + sampleBytes;
+    };
+    if (layout.modsGrave && fileSizeFor(maxAll + 1, 4) != size && fileSizeFor(maxUsed + 1, 4) != size &&
+        (fileSizeFor(maxAll + 1, 8) == size || fileSizeFor(maxUsed + 1, 8) == size)) {
+        layout.channels = 8;
+        warnings.add("MOD: \"M.K.\" file with 8 channels (Mod's Grave); written as CD81");
+    }
+    unsigned stored = maxAll + 1;
+    if (fileSizeFor(maxAll + 1, layout.channels) != size &&
+        (fileSizeFor(maxUsed + 1, layout.channels) == size || layout.headerSize + uint64_t{stored} * ROWS * layout.channels * 4 > size))
+        stored = maxUsed + 1;
+    return {maxUsed + 1, stored};
+}
+
+// The cells of the first `patterns` patterns. FLT8 stores each pattern as two 4-channel halves,
+// one after the other.
+void readCells(const uint8_t* data, const Layout& layout, unsigned patterns, PatternBuilder& builder) {
+    const unsigned channels = layout.channels;
+    const size_t patternSize = size_t{ROWS} * channels * 4;
+    const size_t rowBytes = size_t{channels} * 4;
+    for (unsigned p = 0; p < patterns; ++p) {
+        builder.beginPattern(ROWS);
+        const uint8_t* base = data + layout.headerSize + size_t{p} * patternSize;
+        for (unsigned r = 0; r < ROWS; ++r)
+            for (unsigned c = 0; c < channels; ++c) {
+                const uint8_t* cell = layout.flt8 ? base + (c / 4) * (ROWS * 16) + r * 16 + (c % 4) * 4
+                                                  : base + r * rowBytes + c * 4;
+                decodeCell(cell, builder.cell(r, c));
+            }
+    }
+}
+
+}  // namespace
+
 ReadResult readMod(const uint8_t* data, size_t size) {
     ReadWarnings warnings;
     Layout layout;
@@ -346,35 +398,12 @@ ReadResult readMod(const uint8_t* data, size_t size) {
     if (layout.flt8)
         for (uint8_t& o : orders) o = static_cast<uint8_t>(o / 2);
 
-    // Patterns stored: PT counts them over the whole order table, some trackers over the song
-    // only; the count whose layout matches the file size wins, else the larger one that fits.
-    unsigned maxAll = 0;
-    unsigned maxUsed = 0;
-    for (unsigned i = 0; i < ORDERS; ++i) {
-        maxAll = std::max<unsigned>(maxAll, orders[i]);
-        if (i < songLength) maxUsed = std::max<unsigned>(maxUsed, orders[i]);
-    }
-    uint64_t sampleBytes = 0;
-    for (unsigned i = 0; i < layout.samples; ++i) sampleBytes += uint64_t{slots[i].lengthWords} * 2;
-    auto fileSizeFor = [&](unsigned patterns, unsigned channels) {
-        return layout.headerSize + uint64_t{patterns} * ROWS * channels * 4 + sampleBytes;
-    };
-    if (layout.modsGrave && fileSizeFor(maxAll + 1, 4) != size && fileSizeFor(maxUsed + 1, 4) != size &&
-        (fileSizeFor(maxAll + 1, 8) == size || fileSizeFor(maxUsed + 1, 8) == size)) {
-        layout.channels = 8;
-        warnings.add("MOD: \"M.K.\" file with 8 channels (Mod's Grave); written as CD81");
-    }
-    const unsigned channels = layout.channels;
-    const size_t patternSize = size_t{ROWS} * channels * 4;  // FLT8: two 4-channel halves
-    unsigned stored = maxAll + 1;
-    if (fileSizeFor(maxAll + 1, channels) != size &&
-        (fileSizeFor(maxUsed + 1, channels) == size || layout.headerSize + uint64_t{stored} * patternSize > size))
-        stored = maxUsed + 1;
-    const unsigned patterns = maxUsed + 1;
-    if (layout.headerSize + uint64_t{patterns} * patternSize > size) return fail("MOD file ends inside its patterns");
-    if (stored > patterns) warnings.add("MOD: patterns named only past the song length dropped");
+    const PatternSpan span = patternSpan(size, slots, orders, songLength, layout, warnings);
+    const size_t patternSize = size_t{ROWS} * layout.channels * 4;  // FLT8: two 4-channel halves
+    if (layout.headerSize + uint64_t{span.patterns} * patternSize > size) return fail("MOD file ends inside its patterns");
+    if (span.stored > span.patterns) warnings.add("MOD: patterns named only past the song length dropped");
 
-    auto song = amigaSong(data, channels);
+    auto song = amigaSong(data, layout.channels);
     song->restartPos = restart == 0x7F ? 0 : restart;
     if (restart == 0) warnings.add("MOD: restart byte 0 written back as 127");
     if (!song->orders.dupBuffer(orders.data(), songLength)) return fail("Insufficient memory");
@@ -382,25 +411,13 @@ ReadResult readMod(const uint8_t* data, size_t size) {
     song->hasOrders = true;
     if (layout.hmn) warnings.add("MOD: His Master's Noise synth sounds read as plain samples");
 
-    // Cells: FLT8 stores each pattern as two 4-channel halves, one after the other.
-    PatternBuilder builder(channels);
-    const size_t rowBytes = size_t{channels} * 4;
-    for (unsigned p = 0; p < patterns; ++p) {
-        builder.beginPattern(ROWS);
-        const uint8_t* base = data + layout.headerSize + size_t{p} * patternSize;
-        for (unsigned r = 0; r < ROWS; ++r) {
-            for (unsigned c = 0; c < channels; ++c) {
-                const uint8_t* cell = layout.flt8 ? base + (c / 4) * (ROWS * 16) + r * 16 + (c % 4) * 4
-                                                  : base + r * rowBytes + c * 4;
-                decodeCell(cell, builder.cell(r, c));
-            }
-        }
-    }
+    PatternBuilder builder(layout.channels);
+    readCells(data, layout, span.patterns, builder);
     if (!builder.finish(*song)) return fail("Insufficient memory");
 
     // Samples: after the last stored pattern.
-    size_t pos = layout.headerSize + size_t{stored} * patternSize;
-    if (pos > size) pos = layout.headerSize + size_t{patterns} * patternSize;
+    size_t pos = layout.headerSize + size_t{span.stored} * patternSize;
+    if (pos > size) pos = layout.headerSize + size_t{span.patterns} * patternSize;
     if (!readSamples(data, size, pos, slots, layout.samples, *song, warnings)) return fail("Insufficient memory");
 
     ReadResult result;

@@ -149,51 +149,6 @@ bool appendItVolume(TrackRow& row, uint8_t v) {
     return true;
 }
 
-// ---------------------------------------------------------------------------------------------
-// Raw sample data, shared with the S3M reader.
-
-bool readRawSample(const uint8_t* data, size_t size, size_t offset, const RawPcmLayout& layout, SampleRecord& smp,
-                   bool& truncated) {
-    const size_t bytesPerPoint = layout.sixteenBit ? 2 : 1;
-    const unsigned channels = layout.stereo ? 2 : 1;
-    const size_t available = offset < size ? size - offset : 0;
-    size_t frames = smp.length;
-    if (frames > available / bytesPerPoint) {
-        frames = available / bytesPerPoint;
-        truncated = true;
-    }
-    if (layout.stereo && static_cast<uint64_t>(smp.length) * 2 * bytesPerPoint > available) truncated = true;
-    const size_t channelBytes = static_cast<size_t>(smp.length) * bytesPerPoint;  // stride as declared
-    smp.length = static_cast<uint32_t>(frames);
-    smp.pcm[0].reset();
-    smp.pcm[1].reset();
-    if (frames == 0) return true;
-
-    const uint16_t flip = layout.isSigned ? 0 : 0x8000;
-    for (unsigned c = 0; c < channels; ++c) {
-        HeapArray<int16_t>& pcm = smp.pcm[c];
-        if (!pcm.allocate(frames)) return false;
-        const size_t start = offset + c * channelBytes;
-        const size_t present = start < size ? std::min(frames, (size - start) / bytesPerPoint) : 0;
-        uint16_t previous = 0;
-        for (size_t i = 0; i < present; ++i) {
-            const uint8_t* p = data + start + i * bytesPerPoint;
-            uint16_t v;
-            if (!layout.sixteenBit)
-                v = static_cast<uint16_t>(p[0] << 8);
-            else
-                v = layout.bigEndian ? rd16be(p) : rd16le(p);
-            if (layout.delta) {
-                v = static_cast<uint16_t>(v + previous);
-                previous = v;
-            }
-            pcm[i] = static_cast<int16_t>(v ^ flip);
-        }
-        std::fill(pcm.begin() + present, pcm.end(), int16_t{0});
-    }
-    return true;
-}
-
 namespace {
 
 using namespace it;

@@ -145,17 +145,9 @@ bool readSampleData(const uint8_t* data, size_t size, size_t pos, const std::vec
         const bool is16 = (s.flags & SF_16BIT) != 0;
         const size_t bytes = storedBytes[i];
         const size_t have = pos < size ? std::min(bytes, size - pos) : 0;
-        if (have < bytes) {
-            cut = true;
-            s.length = std::min(s.length, static_cast<uint32_t>(have >> (is16 ? 1 : 0)));
-        }
-        if (s.length) {
-            if (!s.pcm[0].allocate(s.length)) return false;
-            const uint8_t* p = data + pos;
-            for (uint32_t k = 0; k < s.length; ++k)
-                s.pcm[0][k] = is16 ? static_cast<int16_t>(rd16le(p + 2 * size_t{k}) ^ 0x8000)
-                                   : static_cast<int16_t>(static_cast<uint16_t>(p[k] ^ 0x80) << 8);
-        }
+        cut |= have < bytes;
+        bool shortened = false;  // the cut is judged on the stored bytes, odd ones included
+        if (!readRawSample(data, size, pos, RawPcmLayout{.sixteenBit = is16, .isSigned = false}, s, shortened)) return false;
         pos += have;
         if (fitLoops(s)) warnings.add("MTM: loop ends past the end of the sample cut");
     }

@@ -94,5 +94,40 @@ TEST(ReaderDamage, RefusalsSayWhy) {
     }
 }
 
+// What a format holds and the container cannot is said, one construct a row (the full lists head
+// each reader's source file).
+TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
+    const struct {
+        uint32_t origin;
+        size_t at;
+        char op;  // '^': flip these bits; '=': set the byte
+        uint8_t value;
+        const char* warning;
+    } cases[] = {
+        {SH_ORIGIN_IT, 0x2C, '^', 0x01, "mono song written back as stereo"},
+        {SH_ORIGIN_IT, 0x40, '^', 0x80, "a muted channel that holds notes is written with channel volume 0"},
+        {0, 38, '^', 0x20, "tracker name written back as FastTracker's"},
+        {0, 74, '^', 0x02, "header flags other than linear slides dropped"},
+        {SH_ORIGIN_S3M, 38, '^', 0x01, "header flags for ST2 vibrato, ST2 tempo or Amiga slides dropped"},
+        {SH_ORIGIN_S3M, 42, '^', 0x04, "unknown sample format read as unsigned"},
+        {SH_ORIGIN_MOD, 20 + 24, '^', 0x10, "finetune bits above the low nibble dropped"},
+        {SH_ORIGIN_MOD, 951, '=', 0, "restart byte 0 written back as 127"},
+        {SH_ORIGIN_MTM, 34, '=', 0x10, "pan positions above 15 cut to 15"},
+        {SH_ORIGIN_MTM, 32, '=', 5, "beats per track other than 64 ignored"},
+    };
+    for (const auto& c : cases) {
+        Bytes file = written(c.origin);
+        const ReadResult before = readModule(file.data(), file.size());
+        file.at(c.at) = c.op == '^' ? file.at(c.at) ^ c.value : c.value;
+        const ReadResult r = readModule(file.data(), file.size());
+        ASSERT_TRUE(r.song) << c.warning << ": " << r.error;
+        auto says = [&](const ReadResult& x) {
+            return std::any_of(x.warnings.begin(), x.warnings.end(),
+                               [&](const std::string& w) { return w.find(c.warning) != std::string::npos; });
+        };
+        EXPECT_TRUE(says(r) && !says(before)) << c.warning;
+    }
+}
+
 }  // namespace
 }  // namespace deqaz

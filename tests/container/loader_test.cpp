@@ -2,6 +2,7 @@
 // extra chunk list, sample data placement, copies, loop clamping and every failure path.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 
 #include "common/endian.hpp"
@@ -165,6 +166,14 @@ TEST(Loader, ExtraChunkList) {
     EXPECT_EQ(b.song->fxSlots[19].data[0], 0x77);
     EXPECT_EQ(b.song->fxSlots[4].size, 2u);
     for (int k : {0, 1, 2, 3, 5, 18}) EXPECT_FALSE(b.song->fxSlots[k].present) << k;
+
+    // A count of three bytes' worth, and the chunk after it.
+    std::vector<uint8_t> big{0, 3, 0x01, 0x00, 0x01, 0x00};
+    big.resize(big.size() + 0x10001, 0x42);
+    big.insert(big.end(), {4, 1, 0, 0, 0, 0x55, 0});
+    Loaded d = loadList(big);
+    ASSERT_TRUE(d.song);
+    EXPECT_EQ((std::array<uint32_t, 2>{d.song->fxSlots[2].size, d.song->fxSlots[3].size}), (std::array<uint32_t, 2>{0x10001, 1}));
 
     // A body that ends right after the sample records loads with no chunks.
     Loaded c = loadList({});

@@ -151,6 +151,7 @@ TEST(Api, InspectsWithoutConverting) {
             EXPECT_EQ(s.name, song.samples[i].name);
             EXPECT_EQ(s.copy_of, codings[i] == "copy" ? 6 : -1);
             EXPECT_EQ(s.decoded_size, song.samples[i].rawStoredBytes());
+            EXPECT_EQ(s.channels, song.samples[i].flags & SF_STEREO ? 2 : 1) << i;
             stored += s.stored_size;
         }
         EXPECT_EQ(stored + 12 + rd32le(&qaz[8]), qaz.size());

@@ -13,7 +13,6 @@ namespace deqaz {
 namespace {
 
 using namespace deqaz::test;
-using namespace std::string_literals;
 
 constexpr uint32_t XM = 0;  // no origin flag
 constexpr size_t HEADER = 336;

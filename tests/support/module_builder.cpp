@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "support/temp_dir.hpp"
+
 namespace deqaz::test {
 
 SongHeader makeSong(uint32_t flags, unsigned channels) {
@@ -126,14 +128,7 @@ MessageCapture::MessageCapture(int silentCount) {
 
 MessageCapture::~MessageCapture() { std::fclose(diag.err); }
 
-std::string MessageCapture::text() const {
-    std::fflush(diag.err);
-    std::rewind(diag.err);
-    std::string s;
-    char chunk[4096];
-    for (size_t n; (n = std::fread(chunk, 1, sizeof chunk, diag.err)) > 0;) s.append(chunk, n);
-    return s;
-}
+std::string MessageCapture::text() const { return readStream(diag.err); }
 
 namespace {
 

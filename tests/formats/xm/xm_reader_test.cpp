@@ -187,9 +187,11 @@ TEST(XmReaderRecords, TrailingChunksComeBack) {
     std::memcpy(&midi[32 * 27], "F0F0ffff", 8);  // Z82 = 0xFFFF + 256: past 16 bits
     Bytes other;
     putText(other, "MIDI", 4), put32(other, 4896), other.insert(other.end(), midi.begin(), midi.end());
+    putText(other, "FX20", 4), put32(other, 1), other.push_back(7);  // past the last slot, FX19
     ReadResult r2 = readOk(buildXm({{}}, other));
     EXPECT_EQ(r2.song->sfxMacro[1] + r2.song->zxxMacro[2], 0);
-    EXPECT_FALSE(r2.warnings.empty());
+    EXPECT_EQ(r2.warnings, (std::vector<std::string>{"XM: MIDI macros the container cannot hold dropped (2 times)",
+                                                     "XM: plugin chunks FX20 and above dropped"}));
 }
 
 }  // namespace

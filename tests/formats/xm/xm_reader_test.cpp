@@ -184,13 +184,14 @@ TEST(XmReaderRecords, TrailingChunksComeBack) {
 
     // A macro text the container cannot hold is reported, not kept.
     std::memcpy(&midi[32 * 10], "F0F001zz", 8);
+    std::memcpy(&midi[32 * 11], "F0F0ffz", 7);   // SF2 = 0xFF + 1: past 8 bits
     std::memcpy(&midi[32 * 27], "F0F0ffff", 8);  // Z82 = 0xFFFF + 256: past 16 bits
     Bytes other;
     putText(other, "MIDI", 4), put32(other, 4896), other.insert(other.end(), midi.begin(), midi.end());
     putText(other, "FX20", 4), put32(other, 1), other.push_back(7);  // past the last slot, FX19
     ReadResult r2 = readOk(buildXm({{}}, other));
-    EXPECT_EQ(r2.song->sfxMacro[1] + r2.song->zxxMacro[2], 0);
-    EXPECT_EQ(r2.warnings, (std::vector<std::string>{"XM: MIDI macros the container cannot hold dropped (2 times)",
+    EXPECT_EQ(r2.song->sfxMacro[1] + r2.song->sfxMacro[2] + r2.song->zxxMacro[2], 0);
+    EXPECT_EQ(r2.warnings, (std::vector<std::string>{"XM: MIDI macros the container cannot hold dropped (3 times)",
                                                      "XM: plugin chunks FX20 and above dropped"}));
 }
 

@@ -140,7 +140,7 @@ bool readRawSample(const uint8_t* data, size_t size, size_t offset, const RawPcm
     const size_t available = offset < size ? size - offset : 0;
     size_t frames = smp.length;
     if (frames > available / bytesPerPoint) {
-        frames = available / bytesPerPoint;
+        if (!layout.keepLength) frames = available / bytesPerPoint;
         truncated = true;
     }
     if (layout.stereo && static_cast<uint64_t>(smp.length) * 2 * bytesPerPoint > available) truncated = true;

@@ -228,14 +228,12 @@ bool readSamples(const uint8_t* data, size_t size, size_t pos, const std::array<
         s.loopStart = slot.loopStartWords * 2;
         s.loopEnd = s.loopStart + slot.loopLengthWords * 2;
         if (slot.loopLengthWords > 1) s.flags |= SF_LOOP;
-        if (s.length && !s.pcm[0].allocZeroed(s.length)) return false;
         if (s.length && pos + ADPCM_HEADER <= size && std::memcmp(data + pos, "ADPCM", 5) == 0) {
+            if (!s.pcm[0].allocZeroed(s.length)) return false;
             pos += readModAdpcm(data + pos, size - pos, s, cut);
         } else {
-            const size_t have = pos < size ? std::min<size_t>(s.length, size - pos) : 0;
-            if (have < s.length) cut = true;
-            for (size_t k = 0; k < have; ++k) s.pcm[0][k] = static_cast<int16_t>(static_cast<uint16_t>(data[pos + k]) << 8);
-            pos += have;
+            if (!readRawSample(data, size, pos, RawPcmLayout{.keepLength = true}, s, cut)) return false;
+            pos += pos < size ? std::min<size_t>(s.length, size - pos) : 0;
         }
         if (fitLoops(s)) warnings.add("MOD: loop ends past the end of the sample cut");
     }

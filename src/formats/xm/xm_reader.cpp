@@ -316,35 +316,6 @@ SampleRecord sampleRecord(const SampleHeader& h, unsigned instrument, ReadWarnin
     return s;
 }
 
-// Delta-decodes `frames` values of one channel into `pcm`; 8-bit values go to the high byte.
-void decodeDelta(const uint8_t* p, uint32_t frames, bool is16, int16_t* pcm) {
-    if (is16) {
-        uint16_t acc = 0;
-        for (uint32_t i = 0; i < frames; ++i) {
-            acc = static_cast<uint16_t>(acc + rd16le(p + 2 * size_t{i}));
-            pcm[i] = static_cast<int16_t>(acc);
-        }
-    } else {
-        uint8_t acc = 0;
-        for (uint32_t i = 0; i < frames; ++i) {
-            acc = static_cast<uint8_t>(acc + p[i]);
-            pcm[i] = static_cast<int16_t>(static_cast<uint16_t>(acc) << 8);
-        }
-    }
-}
-
-// ModPlug's 4-bit ADPCM: a table of 16 signed steps, then one nibble per value, low first.
-void decodeAdpcm(const uint8_t* p, uint32_t frames, int16_t* pcm) {
-    const uint8_t* table = p;
-    const uint8_t* nibbles = p + 16;
-    uint8_t acc = 0;
-    for (uint32_t i = 0; i < frames; ++i) {
-        const uint8_t nibble = (i & 1) ? (nibbles[i / 2] >> 4) : (nibbles[i / 2] & 0x0F);
-        acc = static_cast<uint8_t>(acc + table[nibble]);
-        pcm[i] = static_cast<int16_t>(static_cast<uint16_t>(acc) << 8);
-    }
-}
-
 // Fills a sample's PCM from its stored data; data cut short by the end of the file shortens the
 // sample to the frames present. False only when memory runs out.
 bool readSampleData(ByteReader& in, const SampleHeader& h, SampleRecord& s, ReadWarnings& warnings) {
@@ -366,13 +337,14 @@ bool readSampleData(ByteReader& in, const SampleHeader& h, SampleRecord& s, Read
                          : static_cast<uint32_t>(std::min<uint64_t>(have / bytesPerFrame, s.length));
     }
     if (adpcm) warnings.add("XM: ADPCM-coded samples written back as plain PCM");
-    const unsigned channels = (s.flags & SF_STEREO) ? 2 : 1;
-    for (unsigned c = 0; c < channels && s.length; ++c) {
-        if (!s.pcm[c].allocate(s.length)) return false;
-        if (adpcm)
-            decodeAdpcm(p, s.length, s.pcm[c].data());
-        else
-            decodeDelta(p + size_t{c} * s.length * bytesPerFrame, s.length, is16, s.pcm[c].data());
+    // The length now covers only data that is there.
+    if (adpcm && s.length) {
+        if (!s.pcm[0].allocate(s.length)) return false;
+        decodeAdpcm4(p, s.length, s.pcm[0].data());
+    } else if (!adpcm) {
+        bool cut = false;
+        const RawPcmLayout layout{.sixteenBit = is16, .stereo = (s.flags & SF_STEREO) != 0, .delta = true};
+        if (!readRawSample(p, have, 0, layout, s, cut)) return false;
     }
     if (fitLoops(s)) warnings.add("XM: loop ends past the end of the sample cut");
     return true;

@@ -518,77 +518,87 @@ bool readPatterns(const uint8_t* data, size_t size, size_t& pos, bool& ended, un
     return builder.finish(song);
 }
 
+// The counts the song header gives for what follows it.
+struct XmCounts {
+    uint16_t version = 0, channels = 0, patterns = 0, instruments = 0;
+    uint32_t headerSize = 0;
+};
+
+// The song header: version, name, tracker name, counts, flags, speed, tempo and the order table.
+// "" when it reads, else why not.
+std::string readSongHeader(const uint8_t* data, size_t size, SongHeader& song, XmCounts& counts, ReadWarnings& warnings) {
+    ByteReader in(data, size);
+    counts.version = rd16le(data + 58);
+    if (counts.version < OLDEST_VERSION || counts.version > VERSION) {
+        char text[80];
+        std::snprintf(text, sizeof text, "XM version %x.%02x is not supported (only 1.02 to 1.04)", counts.version >> 8,
+                      counts.version & 0xFF);
+        return text;
+    }
+    if (counts.version < VERSION) warnings.add("XM: the layout of versions 1.02 and 1.03 written back as 1.04's");
+
+    in.seek(17);
+    song.name = in.text(20);
+    if (std::memcmp(data + 38, "FastTracker v 2.00  ", 20) == 0)
+        song.flags |= SH_XM_ALT_TRACKER_NAME;
+    else if (std::memcmp(data + 38, "FastTracker v2.00   ", 20) != 0)
+        warnings.add("XM: tracker name written back as FastTracker's");
+
+    in.seek(60);
+    counts.headerSize = in.u32();
+    const uint16_t songLength = in.u16();
+    const uint16_t restart = in.u16();
+    counts.channels = in.u16();
+    counts.patterns = in.u16();
+    counts.instruments = in.u16();
+    const uint16_t flags = in.u16();
+    const uint16_t speed = in.u16();
+    const uint16_t tempo = in.u16();
+    if (counts.headerSize < XM_SONG_FIELDS) return "XM header size too small for its fields";
+    if (counts.channels > 255) return "XM file has more than 255 channels";
+    if (counts.patterns > MAX_PATTERNS) warnings.add("XM: patterns past 256 cannot be played and were dropped");
+    if (counts.instruments > MAX_INSTRUMENTS) {
+        warnings.add("XM: instruments past 255 dropped");
+        counts.instruments = MAX_INSTRUMENTS;
+    }
+
+    song.channels = static_cast<uint8_t>(counts.channels);
+    song.restartPos = restart;
+    if (flags & 1) song.flags |= SH_LINEAR_SLIDES;
+    if (flags & ~1u) warnings.add("XM: header flags other than linear slides dropped");
+    if (speed > 255 || tempo > 255) warnings.add("XM: speed or tempo above 255 cut to 255");
+    song.initialSpeed = static_cast<uint8_t>(std::min<uint16_t>(speed, 255));
+    song.initialTempo = static_cast<uint8_t>(std::min<uint16_t>(tempo, 255));
+    song.globalVolume = 64;
+    song.channelVolume.fill(64);
+    song.channelPan.fill(128);
+
+    // The order table: the song length's worth, as far as the header holds it.
+    const size_t tableRoom = std::min<size_t>(counts.headerSize - XM_SONG_FIELDS, MAX_ORDERS);
+    const size_t orders = std::min<size_t>(songLength, tableRoom);
+    if (orders < songLength) warnings.add("XM: song length beyond the header's order table cut");
+    std::array<uint8_t, MAX_ORDERS> table{};
+    in.seek(80);
+    in.bytes(table.data(), orders);
+    if (!song.orders.dupBuffer(table.data(), orders)) return "Insufficient memory";
+    song.orderCount = static_cast<uint16_t>(orders);
+    song.hasOrders = true;
+    return "";
+}
+
 }  // namespace
 
 ReadResult readXm(const uint8_t* data, size_t size) {
     if (!isXmSignature(data, size)) return fail("not an XM file: no \"Extended Module: \" signature");
     if (size < PREAMBLE_SIZE + XM_SONG_FIELDS) return fail("XM file truncated in its header");
-    ByteReader in(data, size);
     ReadWarnings warnings;
-
-    const uint16_t version = rd16le(data + 58);
-    if (version < OLDEST_VERSION || version > VERSION) {
-        char text[80];
-        std::snprintf(text, sizeof text, "XM version %x.%02x is not supported (only 1.02 to 1.04)", version >> 8,
-                      version & 0xFF);
-        return fail(text);
-    }
-    const bool oldLayout = version < VERSION;
-    if (oldLayout) warnings.add("XM: the layout of versions 1.02 and 1.03 written back as 1.04's");
-
     auto song = std::make_unique<SongHeader>();
-    in.seek(17);
-    song->name = in.text(20);
-    if (std::memcmp(data + 38, "FastTracker v 2.00  ", 20) == 0)
-        song->flags |= SH_XM_ALT_TRACKER_NAME;
-    else if (std::memcmp(data + 38, "FastTracker v2.00   ", 20) != 0)
-        warnings.add("XM: tracker name written back as FastTracker's");
+    XmCounts counts;
+    if (const std::string why = readSongHeader(data, size, *song, counts, warnings); !why.empty()) return fail(why.c_str());
+    const bool oldLayout = counts.version < VERSION;
+    ByteReader in(data, size);
 
-    in.seek(60);
-    const uint32_t headerSize = in.u32();
-    const uint16_t songLength = in.u16();
-    const uint16_t restart = in.u16();
-    const uint16_t channels = in.u16();
-    uint16_t patterns = in.u16();
-    uint16_t instruments = in.u16();
-    const uint16_t flags = in.u16();
-    const uint16_t speed = in.u16();
-    const uint16_t tempo = in.u16();
-    if (headerSize < XM_SONG_FIELDS) return fail("XM header size too small for its fields");
-    if (channels > 255) return fail("XM file has more than 255 channels");
-    if (patterns > MAX_PATTERNS) {
-        warnings.add("XM: patterns past 256 cannot be played and were dropped");
-    }
-    if (instruments > MAX_INSTRUMENTS) {
-        warnings.add("XM: instruments past 255 dropped");
-        instruments = MAX_INSTRUMENTS;
-    }
-
-    song->channels = static_cast<uint8_t>(channels);
-    song->restartPos = restart;
-    if (flags & 1) song->flags |= SH_LINEAR_SLIDES;
-    if (flags & ~1u) warnings.add("XM: header flags other than linear slides dropped");
-    if (speed > 255 || tempo > 255) warnings.add("XM: speed or tempo above 255 cut to 255");
-    song->initialSpeed = static_cast<uint8_t>(std::min<uint16_t>(speed, 255));
-    song->initialTempo = static_cast<uint8_t>(std::min<uint16_t>(tempo, 255));
-    song->globalVolume = 64;
-    song->channelVolume.fill(64);
-    song->channelPan.fill(128);
-
-    // The order table: the song length's worth, as far as the header holds it.
-    const size_t tableRoom = std::min<size_t>(headerSize - XM_SONG_FIELDS, MAX_ORDERS);
-    const size_t orders = std::min<size_t>(songLength, tableRoom);
-    if (orders < songLength) warnings.add("XM: song length beyond the header's order table cut");
-    {
-        std::array<uint8_t, MAX_ORDERS> table{};
-        in.seek(80);
-        in.bytes(table.data(), orders);
-        if (!song->orders.dupBuffer(table.data(), orders)) return fail("Insufficient memory");
-        song->orderCount = static_cast<uint16_t>(orders);
-        song->hasOrders = true;
-    }
-
-    size_t pos = PREAMBLE_SIZE + size_t{headerSize};
+    size_t pos = PREAMBLE_SIZE + size_t{counts.headerSize};
     bool ended = pos > size;
     if (ended) warnings.add("XM: the file ends inside its header; the rest is empty");
 
@@ -597,7 +607,7 @@ ReadResult readXm(const uint8_t* data, size_t size) {
     std::vector<DeferredData> deferred;
     auto readInstruments = [&] {
         in.seek(pos);
-        for (unsigned i = 0; i < instruments; ++i) {
+        for (unsigned i = 0; i < counts.instruments; ++i) {
             if (ended) {
                 song->instruments.push_back(emptyInstrument());
                 continue;
@@ -608,10 +618,9 @@ ReadResult readXm(const uint8_t* data, size_t size) {
         return true;
     };
     if (oldLayout && !readInstruments()) return fail("Insufficient memory");
-
-    if (!readPatterns(data, size, pos, ended, patterns, channels, version == OLDEST_VERSION, *song, warnings))
+    if (!readPatterns(data, size, pos, ended, counts.patterns, counts.channels, counts.version == OLDEST_VERSION, *song,
+                      warnings))
         return fail("Insufficient memory");
-
     if (!oldLayout && !readInstruments()) return fail("Insufficient memory");
     in.seek(pos);
     for (const DeferredData& d : deferred)

@@ -164,6 +164,37 @@ void readPattern(const uint8_t* data, size_t size, size_t at, const std::array<i
     }
 }
 
+// The enabled PCM channels in file order become the song's channels, with their pans; returns
+// each slot's channel, or -1 for a slot that is dropped.
+std::array<int, CHANNEL_SLOTS> readChannels(const uint8_t* data, size_t size, size_t panAt, SongHeader& song,
+                                            ReadWarnings& warnings) {
+    const bool stereo = (data[MASTER_VOLUME] & MASTER_STEREO) != 0;
+    const bool panTable = data[PAN_TABLE_FLAG] == PAN_TABLE_PRESENT && size - panAt >= CHANNEL_SLOTS;
+    std::array<int, CHANNEL_SLOTS> channelOf;
+    channelOf.fill(-1);
+    unsigned channels = 0;
+    for (unsigned slot = 0; slot < CHANNEL_SLOTS; ++slot) {
+        const uint8_t setting = data[CHANNEL_SETTINGS + slot];
+        if (setting >= FIRST_ADLIB_SETTING) continue;
+        channelOf[slot] = static_cast<int>(channels);
+        unsigned nibble = setting < 8 ? PAN_NIBBLE_LEFT : PAN_NIBBLE_RIGHT;
+        if (panTable && (data[panAt + slot] & PAN_VALID)) nibble = data[panAt + slot] & 0x0F;
+        if (!stereo && nibble > PAN_NIBBLE_MONO) nibble = PAN_NIBBLE_MONO;
+        song.channelPan[channels] = panFromNibble(nibble);
+        song.channelVolume[channels] = 64;
+        ++channels;
+    }
+    if (channels == 0) {
+        // A song of AdLib channels only: one silent channel keeps the file playable.
+        warnings.add("S3M: no sample channel enabled; one empty channel written");
+        song.channelPan[0] = panFromNibble(PAN_NIBBLE_LEFT);
+        song.channelVolume[0] = 64;
+        channels = 1;
+    }
+    song.channels = static_cast<uint8_t>(channels);
+    return channelOf;
+}
+
 }  // namespace
 
 ReadResult readS3m(const uint8_t* data, size_t size) {
@@ -194,36 +225,12 @@ ReadResult readS3m(const uint8_t* data, size_t size) {
     song->globalVolume = data[GLOBAL_VOLUME];
     song->initialSpeed = data[INITIAL_SPEED];
     song->initialTempo = data[INITIAL_TEMPO];
-    const bool stereo = (data[MASTER_VOLUME] & MASTER_STEREO) != 0;
 
     song->orderCount = orders;
     song->hasOrders = true;
     if (!song->orders.dupBuffer(data + HEADER_SIZE, orders)) return fail("Insufficient memory");
 
-    // Channels: the enabled PCM channels in file order.
-    const bool panTable = data[PAN_TABLE_FLAG] == PAN_TABLE_PRESENT && size - panAt >= CHANNEL_SLOTS;
-    std::array<int, CHANNEL_SLOTS> channelOf;
-    channelOf.fill(-1);
-    unsigned channels = 0;
-    for (unsigned slot = 0; slot < CHANNEL_SLOTS; ++slot) {
-        const uint8_t setting = data[CHANNEL_SETTINGS + slot];
-        if (setting >= FIRST_ADLIB_SETTING) continue;
-        channelOf[slot] = static_cast<int>(channels);
-        unsigned nibble = setting < 8 ? PAN_NIBBLE_LEFT : PAN_NIBBLE_RIGHT;
-        if (panTable && (data[panAt + slot] & PAN_VALID)) nibble = data[panAt + slot] & 0x0F;
-        if (!stereo && nibble > PAN_NIBBLE_MONO) nibble = PAN_NIBBLE_MONO;
-        song->channelPan[channels] = panFromNibble(nibble);
-        song->channelVolume[channels] = 64;
-        ++channels;
-    }
-    if (channels == 0) {
-        // A song of AdLib channels only: one silent channel keeps the file playable.
-        warnings.add("S3M: no sample channel enabled; one empty channel written");
-        song->channelPan[0] = panFromNibble(PAN_NIBBLE_LEFT);
-        song->channelVolume[0] = 64;
-        channels = 1;
-    }
-    song->channels = static_cast<uint8_t>(channels);
+    const std::array<int, CHANNEL_SLOTS> channelOf = readChannels(data, size, panAt, *song, warnings);
 
     // Samples.
     song->samples.resize(samples);
@@ -239,7 +246,7 @@ ReadResult readS3m(const uint8_t* data, size_t size) {
     }
 
     // Patterns.
-    PatternBuilder builder(channels);
+    PatternBuilder builder(song->channels);
     CellLosses losses;
     for (unsigned p = 0; p < patterns; ++p) {
         const size_t at = size_t{rd16le(data + pointersAt + 2 * (size_t{samples} + p))} * PARAGRAPH;

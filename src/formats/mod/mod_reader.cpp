@@ -196,7 +196,6 @@ size_t readModAdpcm(const uint8_t* p, size_t avail, SampleRecord& s, bool& cut) 
     return ADPCM_HEADER + have;
 }
 
-
 // The commands of one 4-byte cell: the period as a note, the instrument, effect 0-F as commands
 // 3-18.
 void decodeCell(const uint8_t* cell, TrackRow& row) {
@@ -330,9 +329,10 @@ PatternSpan patternSpan(size_t size, const std::array<Slot, 31>& slots, const st
         layout.channels = 8;
         warnings.add("MOD: \"M.K.\" file with 8 channels (Mod's Grave); written as CD81");
     }
+    const uint64_t allPatterns = layout.headerSize + uint64_t{maxAll + 1} * ROWS * layout.channels * 4;
     unsigned stored = maxAll + 1;
     if (fileSizeFor(maxAll + 1, layout.channels) != size &&
-        (fileSizeFor(maxUsed + 1, layout.channels) == size || layout.headerSize + uint64_t{stored} * ROWS * layout.channels * 4 > size))
+        (fileSizeFor(maxUsed + 1, layout.channels) == size || allPatterns > size))
         stored = maxUsed + 1;
     return {maxUsed + 1, stored};
 }

@@ -1,5 +1,5 @@
-// XM reader: cells whose commands move or drop on the way through the writer, the older
-// layouts of versions 1.02 and 1.03, trailing chunks. The corpus goes through
+// XM reader: every volume-column byte, the cells whose commands move or drop on the way through
+// the writer, the older layouts of versions 1.02 and 1.03, trailing chunks. The corpus goes through
 // corpus_fixpoint_test and, judged by libxmp, tests/tools/roundtrip_test.
 #include <gtest/gtest.h>
 
@@ -89,6 +89,16 @@ std::vector<Cell> roundTrip(const std::vector<Cell>& cells, std::vector<std::str
     ReadResult r = readOk(buildXm(cells));
     if (warnings) *warnings = r.warnings;
     return writtenCells(test::runWriteModule(*r.song, 1).bytes);
+}
+
+// Every volume-column byte, alone and beside an effect, comes back as it was.
+TEST(XmReaderCells, EveryVolumeColumnByteComesBackUnchanged) {
+    std::vector<Cell> cells;
+    for (unsigned v = 0x10; v <= 0xFF; ++v) cells.push_back({0, 0, uint8_t(v), 0, 0});
+    EXPECT_EQ(roundTrip(cells), cells);
+    const std::vector<Cell> pairs = {{0, 0, 0xC8, 8, 0x80}, {0, 0, 0xF2, 3, 0x20}, {0, 0, 0x30, 0x0C, 0x20},
+                                     {0, 0, 0x65, 0x0C, 0x10}, {0, 0, 0xA3, 3, 0x40}, {0, 0, 0xD0, 4, 0x21}};
+    EXPECT_EQ(roundTrip(pairs), pairs);
 }
 
 // What XM holds and the container cannot: the moves and drops, each said.

@@ -186,6 +186,13 @@ TEST(ItReader, WrittenFieldsComeBack) {
     ASSERT_TRUE(r.song) << r.error;
     EXPECT_EQ(cellCommands(*r.song, 0, 199, 63), (TrackRow{{1, 22}, {2, 1}, {15, 199 % 64}, {44, 0x40}}));
     EXPECT_TRUE(r.warnings.empty());
+
+    SongHeader tall = makeOnePatternSong(SH_ORIGIN_IT, 1);
+    tall.patternRows[0] = 1024;  // the most IT holds
+    const WriteResult t = runWriteModule(tall, 1);
+    r = readIt(t.bytes.data(), t.bytes.size());
+    ASSERT_TRUE(r.song) << r.error;
+    EXPECT_EQ(r.song->patternRows[0], 1024);
 }
 
 

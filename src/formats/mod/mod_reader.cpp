@@ -329,10 +329,9 @@ PatternSpan patternSpan(size_t size, const std::array<Slot, 31>& slots, const st
         layout.channels = 8;
         warnings.add("MOD: \"M.K.\" file with 8 channels (Mod's Grave); written as CD81");
     }
-    const uint64_t allPatterns = layout.headerSize + uint64_t{maxAll + 1} * ROWS * layout.channels * 4;
     unsigned stored = maxAll + 1;
-    if (fileSizeFor(maxAll + 1, layout.channels) != size &&
-        (fileSizeFor(maxUsed + 1, layout.channels) == size || allPatterns > size))
+    if (fileSizeFor(stored, layout.channels) != size &&
+        (fileSizeFor(maxUsed + 1, layout.channels) == size || fileSizeFor(stored, layout.channels) - sampleBytes > size))
         stored = maxUsed + 1;
     return {maxUsed + 1, stored};
 }

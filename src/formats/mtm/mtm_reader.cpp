@@ -145,9 +145,8 @@ bool readSampleData(const uint8_t* data, size_t size, size_t pos, const std::vec
         const bool is16 = (s.flags & SF_16BIT) != 0;
         const size_t bytes = storedBytes[i];
         const size_t have = pos < size ? std::min(bytes, size - pos) : 0;
-        cut |= have < bytes;
-        bool shortened = false;  // the cut is judged on the stored bytes, odd ones included
-        if (!readRawSample(data, size, pos, RawPcmLayout{.sixteenBit = is16, .isSigned = false}, s, shortened)) return false;
+        cut |= have < bytes;  // judged on the stored bytes, a 16-bit sample's odd one included
+        if (!readRawSample(data, size, pos, RawPcmLayout{.sixteenBit = is16, .isSigned = false}, s, cut)) return false;
         pos += have;
         if (fitLoops(s)) warnings.add("MTM: loop ends past the end of the sample cut");
     }

@@ -337,14 +337,14 @@ bool readSampleData(ByteReader& in, const SampleHeader& h, SampleRecord& s, Read
                          : static_cast<uint32_t>(std::min<uint64_t>(have / bytesPerFrame, s.length));
     }
     if (adpcm) warnings.add("XM: ADPCM-coded samples written back as plain PCM");
-    // The length now covers only data that is there.
-    if (adpcm && s.length) {
-        if (!s.pcm[0].allocate(s.length)) return false;
-        decodeAdpcm4(p, s.length, s.pcm[0].data());
-    } else if (!adpcm) {
-        bool cut = false;
+    // The length now covers only data that is there: nothing is cut below.
+    bool cut = false;
+    if (!adpcm) {
         const RawPcmLayout layout{.sixteenBit = is16, .stereo = (s.flags & SF_STEREO) != 0, .delta = true};
         if (!readRawSample(p, have, 0, layout, s, cut)) return false;
+    } else if (s.length) {
+        if (!s.pcm[0].allocate(s.length)) return false;
+        decodeAdpcm4(p, s.length, s.pcm[0].data());
     }
     if (fitLoops(s)) warnings.add("XM: loop ends past the end of the sample cut");
     return true;

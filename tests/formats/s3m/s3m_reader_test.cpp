@@ -4,6 +4,9 @@
 // tests/tools/roundtrip_test.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
+#include "common/endian.hpp"
 #include "readers/reader_roundtrip.hpp"
 
 namespace deqaz {
@@ -34,6 +37,16 @@ TEST(S3mReader, DroppedChannelsCloseUpAndMonoSongsStayMono) {
         ASSERT_EQ(r.warnings.size(), 1u);
         EXPECT_NE(r.warnings[0].find("AdLib channels dropped"), std::string::npos) << r.warnings[0];
         EXPECT_EQ(runWriteModule(*r.song, 1).bytes.at(51) & 0x80, stereo ? 0x80 : 0);
+    }
+    // The pan table counts when the header announces it and the file holds all 32 bytes of it;
+    // otherwise the side's default stands (12 * 17 for this right channel).
+    const size_t panEnd = 96 + rd16le(&f[32]) + 2 * (rd16le(&f[34]) + rd16le(&f[36])) + 32;
+    f[51] |= 0x80;
+    for (auto [size, flag, pan] : {std::tuple{panEnd, 0xFC, 255}, {panEnd - 1, 0xFC, 12 * 17}, {f.size(), 0, 12 * 17}}) {
+        f[53] = static_cast<uint8_t>(flag);
+        const ReadResult r = readS3m(f.data(), size);
+        ASSERT_TRUE(r.song) << r.error;
+        EXPECT_EQ(r.song->channelPan[1], pan) << size << " " << flag;
     }
 }
 

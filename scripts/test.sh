@@ -19,7 +19,9 @@ TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/api_test || status=1
 # qaz packing and unpacking a folder of corpus modules on four threads (a race exits with 66).
 tsan_dir=$(mktemp -d)
 mkdir "$tsan_dir/in"
-find ../shared/corpus -name '*.xm' -size -200k | sort | head -n 12 | xargs -I{} cp {} "$tsan_dir/in/"
+# The list is read whole (no `head` in a pipe: under pipefail its early exit fails the step).
+mapfile -t xms < <(find ../shared/corpus -name '*.xm' -size -200k | sort)
+cp "${xms[@]:0:12}" "$tsan_dir/in/"
 for step in "pack -j 4 $tsan_dir/in" "unpack -j 4 -o $tsan_dir/out $tsan_dir/in"; do
   rc=0
   TSAN_OPTIONS=halt_on_error=1:exitcode=66 build-tsan/qaz $step 2>"$tsan_dir/log" || rc=$?

@@ -1,3 +1,5 @@
+// Sample decoding by the record's coding bits: which decoder runs, where the stored data ends,
+// and what a sample reads as when its data runs short.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -32,60 +34,44 @@ struct Case {
     }
 };
 
+std::vector<uint8_t> padded(std::vector<uint8_t> bytes, size_t size, std::vector<uint8_t> after = {}) {
+    bytes.resize(size, 0xEE);
+    bytes.insert(bytes.end(), after.begin(), after.end());
+    return bytes;
+}
+
 }  // namespace
 
-TEST(DecodeSample, RawEightBitGoesToTheHighByte) {
-    Case c(0, 5, {0x80, 0x7F, 0x01});
-    EXPECT_EQ(c.decode(), (std::vector<int16_t>{-32768, 0x7F00, 0x0100, 0, 0}));
-    EXPECT_EQ(c.in.inputPos, 3u);  // the missing two bytes read as silence
-}
-
-TEST(DecodeSample, RawSixteenBitIsLittleEndian) {
-    Case c(SF_16BIT, 2, {0x34, 0x12, 0xFF, 0xFF, 0x99});
-    EXPECT_EQ(c.decode(), (std::vector<int16_t>{0x1234, -1}));
-    EXPECT_EQ(c.in.inputPos, 4u);
-}
-
-TEST(DecodeSample, CodedPositionFollowsTheStoredSizeOnly) {
-    // Delta-coded data: the decoder uses one byte, the position moves on by all 6 stored bytes.
-    std::vector<int16_t> ramp = {0, 256, 512};
-    std::vector<uint8_t> coded = packDelta8(ramp.data(), ramp.size());
-    coded.resize(6, 0xEE);
-    coded.push_back(0x42);
-    Case c(SF_DELTA, 3, coded, 6);
-    EXPECT_EQ(c.decode(), ramp);
-    EXPECT_EQ(c.in.inputPos, 6u);
-
-    // A stored size running past the input stops the position at its end.
-    Case past(SF_PREDICT | SF_16BIT, 4, {0, 0}, 1000);
-    past.decode();
-    EXPECT_EQ(past.in.inputPos, 2u);
-}
-
-TEST(DecodeSample, CodingBitsAreTestedInOrder) {
-    const std::vector<uint8_t> zeros(8, 0);
-    // Both prediction bits: the delta scheme (all-zero codes fall by one step per value).
-    Case both(SF_DELTA | SF_PREDICT | SF_16BIT, 4, zeros, 8);
-    EXPECT_EQ(both.decode(), (std::vector<int16_t>{-1, -2, -3, -4}));
-    // Second-order alone falls ever faster.
-    Case second(SF_PREDICT | SF_16BIT, 4, zeros, 8);
-    EXPECT_EQ(second.decode(), (std::vector<int16_t>{-1, -4, -9, -16}));
-    // Compressed wins over delta; data that is not Ogg (even under four bytes) goes to Layer III,
-    // which finds no frame here: silence.
-    Case lossy(SF_COMPRESSED | SF_DELTA, 4, {'O', 'g', 'g'}, 3);
-    EXPECT_EQ(lossy.decode(), (std::vector<int16_t>{0, 0, 0, 0}));
-    EXPECT_EQ(lossy.in.inputPos, 3u);
-    // Only the 0x8000 bit: no decoder, silence, and the data is stepped over.
-    Case unknown(0x8000, 3, {9, 9, 9, 9, 9}, 4);
-    EXPECT_EQ(unknown.decode(), (std::vector<int16_t>{0, 0, 0}));
-    EXPECT_EQ(unknown.in.inputPos, 4u);
-}
-
-TEST(DecodeSample, CodedStereoIsOneStreamOfBothChannels) {
-    std::vector<int16_t> planar = {100, 200, 300, -5, -6, -7};
-    std::vector<uint8_t> coded = packPredict16(planar.data(), planar.size());
-    Case c(SF_PREDICT | SF_16BIT | SF_STEREO, 3, coded, static_cast<int32_t>(coded.size()));
-    EXPECT_EQ(c.decode(), planar);
+TEST(DecodeSample, CodingBitsChooseTheDecoderAndTheStoredSizeTheNextPosition) {
+    const std::vector<int16_t> ramp = {0, 256, 512}, planar = {100, 200, 300, -5, -6, -7};
+    const std::vector<uint8_t> zeros(8, 0), stereo = packPredict16(planar.data(), planar.size());
+    struct Row {
+        const char* what;
+        uint16_t flags;
+        uint32_t length;
+        std::vector<uint8_t> data;
+        int32_t storedSize;
+        std::vector<int16_t> pcm;
+        uint32_t position;
+    } rows[] = {
+        {"raw 8-bit in the high byte, missing bytes silent", 0, 5, {0x80, 0x7F, 0x01}, 0, {-32768, 0x7F00, 0x0100, 0, 0}, 3},
+        {"raw 16-bit little-endian", SF_16BIT, 2, {0x34, 0x12, 0xFF, 0xFF, 0x99}, 0, {0x1234, -1}, 4},
+        {"coded: the position moves by the stored size", SF_DELTA, 3, padded(packDelta8(ramp.data(), 3), 6, {0x42}), 6, ramp, 6},
+        {"a stored size past the input stops at its end", SF_PREDICT | SF_16BIT, 4, {0, 0}, 1000, {-1, -4, -9, -16}, 2},
+        {"both prediction bits: delta", SF_DELTA | SF_PREDICT | SF_16BIT, 4, zeros, 8, {-1, -2, -3, -4}, 8},
+        {"second order alone", SF_PREDICT | SF_16BIT, 4, zeros, 8, {-1, -4, -9, -16}, 8},
+        // Compressed wins over delta; data that is not Ogg (even under four bytes) goes to Layer
+        // III, which finds no frame here.
+        {"compressed, not Ogg", SF_COMPRESSED | SF_DELTA, 4, {'O', 'g', 'g'}, 3, {0, 0, 0, 0}, 3},
+        {"only the 0x8000 bit: no decoder, data stepped over", 0x8000, 3, {9, 9, 9, 9, 9}, 4, {0, 0, 0}, 4},
+        {"coded stereo: one stream of both channels", SF_PREDICT | SF_16BIT | SF_STEREO, 3, stereo,
+         static_cast<int32_t>(stereo.size()), planar, static_cast<uint32_t>(stereo.size())},
+    };
+    for (const Row& row : rows) {
+        Case c(row.flags, row.length, row.data, row.storedSize);
+        EXPECT_EQ(c.decode(), row.pcm) << row.what;
+        EXPECT_EQ(c.in.inputPos, row.position) << row.what;
+    }
     // Raw stereo reads one channel per call.
     Case raw(SF_STEREO, 2, {1, 2, 3, 4});
     EXPECT_EQ(raw.decode(), (std::vector<int16_t>{0x100, 0x200}));

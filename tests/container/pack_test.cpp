@@ -3,15 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "container/pack.hpp"
 #include "container/unpack.hpp"
-#include "support/temp_dir.hpp"
 
 namespace deqaz {
 namespace {
@@ -147,21 +144,6 @@ TEST(PackBody, RedundantDataShrinks) {
     };
     EXPECT_LT(expectRoundTrip(Bytes(1 << 20, 0)), 16u);  // one long run: a single match
     for (const auto& [data, limit] : cases) EXPECT_LT(expectRoundTrip(*data), limit) << data->size();
-}
-
-TEST(PackBody, CompressesRealModuleData) {
-    size_t in = 0, out = 0;
-    for (const char* dir : {"data/m", "data/p"}) {
-        for (const auto& e : std::filesystem::directory_iterator(std::filesystem::path(DEQAZ_CORPUS) / dir)) {
-            SCOPED_TRACE(e.path().string());
-            const Bytes whole = test::readBytes(e.path());
-            ASSERT_FALSE(whole.empty());
-            in += whole.size();
-            out += expectRoundTrip(whole);
-        }
-    }
-    std::printf("corpus: %zu -> %zu (%.3f)\n", in, out, double(out) / double(in));
-    EXPECT_LT(out * 10, in * 7);
 }
 
 }  // namespace

@@ -175,7 +175,9 @@ TEST(XmReaderRecords, TrailingChunksComeBack) {
     std::memcpy(&midi[32 * 9], "F0F000z", 7);
     std::memcpy(&midi[32 * 12], "F0F0fez", 7);
     std::memcpy(&midi[32 * 25], "F0F00000", 8);
-    std::memcpy(&midi[32 * 26], "F0F0ffffff80", 12);
+    std::memcpy(&midi[32 * 26], "F0F0ffffff80", 12);  // below the bias: a 32-bit two's complement
+    std::memcpy(&midi[32 * 30], "F0F0007f", 8);
+    std::memcpy(&midi[32 * 152], "F0F0feff", 8);
     chunk("MIDI", midi);
     chunk("FX03", {1, 2, 3});
     chunk("CHFX", {9, 0, 0, 0, 8, 0, 0, 0});
@@ -187,6 +189,8 @@ TEST(XmReaderRecords, TrailingChunksComeBack) {
     EXPECT_EQ(r.song->sfxMacro[3], 255);
     EXPECT_EQ(r.song->zxxMacro[0], 0x100);
     EXPECT_EQ(r.song->zxxMacro[1], 0x80);
+    EXPECT_EQ(r.song->zxxMacro[5], 0x17F);
+    EXPECT_EQ(r.song->zxxMacro[127], 0xFFFF);
     EXPECT_TRUE(r.song->flags & SH_EXTRA_CHUNKS);
     const Bytes out = test::runWriteModule(*r.song, 1).bytes;
     ASSERT_GE(out.size(), trailer.size());

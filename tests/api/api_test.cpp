@@ -110,7 +110,11 @@ TEST(Api, ConvertsWithOptionsAndReportsMessages) {
         EXPECT_STREQ(r.ext, flags == SH_ORIGIN_MTM ? "mtm" : "s3m");
         deqaz_free(r.module), deqaz_free(r.messages), deqaz_free(r.notes);
 
-        // Caps below what the module needs: the output, the body, the sample data, the cells.
+        // Caps of exactly what the module needs are enough; below it, each fails the run: the
+        // output, the body, the sample data, the cells.
+        const deqaz_options exactCaps{0, exact.bytes.size(), rd32le(&qaz[4]), 0, 0};
+        EXPECT_EQ(deqaz_convert_ex(qaz.data(), qaz.size(), &exactCaps, &r), DEQAZ_OK);
+        deqaz_free(r.module), deqaz_free(r.messages), deqaz_free(r.notes);
         for (const auto& [caps, message] : {std::pair{deqaz_options{0, 1000, 0, 0, 0}, "Insufficient memory"},
                                             {deqaz_options{0, 0, 100, 0, 0}, "Something is wrong with this file!"},
                                             {deqaz_options{0, 0, 0, 100, 0}, "Something is wrong with this file!"},

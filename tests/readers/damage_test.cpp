@@ -106,6 +106,7 @@ TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
     } cases[] = {
         {SH_ORIGIN_IT, 0x2C, '^', 0x01, "mono song written back as stereo"},
         {SH_ORIGIN_IT, 0x40, '^', 0x80, "a muted channel that holds notes is written with channel volume 0"},
+        {SH_ORIGIN_IT, 0x40, '=', 65, "invalid channel pan read as centre"},
         {0, 38, '^', 0x20, "tracker name written back as FastTracker's"},
         {0, 74, '^', 0x02, "header flags other than linear slides dropped"},
         {SH_ORIGIN_S3M, 38, '^', 0x01, "header flags for ST2 vibrato, ST2 tempo or Amiga slides dropped"},

@@ -131,8 +131,7 @@ struct RawPcmLayout {
 // Reads `smp.length` frames of raw data at `offset` into smp.pcm (16-bit, 8-bit points as
 // value * 256). A file that ends early shortens the sample to the frames of its first channel
 // that are present, or with `keepLength` keeps it (missing frames and a missing right channel read
-// as silence), and sets `truncated`. False only
-// when a buffer cannot be allocated.
+// as silence), and sets `truncated`. False only when a buffer cannot be allocated.
 bool readRawSample(const uint8_t* data, size_t size, size_t offset, const RawPcmLayout& layout, SampleRecord& smp,
                    bool& truncated);
 

@@ -34,17 +34,13 @@ struct Case {
     }
 };
 
-std::vector<uint8_t> padded(std::vector<uint8_t> bytes, size_t size, std::vector<uint8_t> after = {}) {
-    bytes.resize(size, 0xEE);
-    bytes.insert(bytes.end(), after.begin(), after.end());
-    return bytes;
-}
-
 }  // namespace
 
 TEST(DecodeSample, CodingBitsChooseTheDecoderAndTheStoredSizeTheNextPosition) {
     const std::vector<int16_t> ramp = {0, 256, 512}, planar = {100, 200, 300, -5, -6, -7};
     const std::vector<uint8_t> zeros(8, 0), stereo = packPredict16(planar.data(), planar.size());
+    std::vector<uint8_t> coded = packDelta8(ramp.data(), ramp.size());
+    coded.resize(6, 0xEE), coded.push_back(0x42);  // six stored bytes, then the next sample's
     struct Row {
         const char* what;
         uint16_t flags;
@@ -56,7 +52,7 @@ TEST(DecodeSample, CodingBitsChooseTheDecoderAndTheStoredSizeTheNextPosition) {
     } rows[] = {
         {"raw 8-bit in the high byte, missing bytes silent", 0, 5, {0x80, 0x7F, 0x01}, 0, {-32768, 0x7F00, 0x0100, 0, 0}, 3},
         {"raw 16-bit little-endian", SF_16BIT, 2, {0x34, 0x12, 0xFF, 0xFF, 0x99}, 0, {0x1234, -1}, 4},
-        {"coded: the position moves by the stored size", SF_DELTA, 3, padded(packDelta8(ramp.data(), 3), 6, {0x42}), 6, ramp, 6},
+        {"coded: the position moves by the stored size", SF_DELTA, 3, coded, 6, ramp, 6},
         {"a stored size past the input stops at its end", SF_PREDICT | SF_16BIT, 4, {0, 0}, 1000, {-1, -4, -9, -16}, 2},
         {"both prediction bits: delta", SF_DELTA | SF_PREDICT | SF_16BIT, 4, zeros, 8, {-1, -2, -3, -4}, 8},
         {"second order alone", SF_PREDICT | SF_16BIT, 4, zeros, 8, {-1, -4, -9, -16}, 8},

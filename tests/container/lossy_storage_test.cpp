@@ -72,7 +72,7 @@ TEST(LossyStorage, SamplesComeBackCloseAndAligned) {
             EXPECT_TRUE(back.flags & SF_COMPRESSED);
             for (int c = 0; c < ((orig.flags & SF_STEREO) ? 2 : 1); ++c) {
                 ASSERT_EQ(back.pcm[c].size(), orig.length);
-                const double snr = snrDb(pcmOf(orig, c), pcmOf(back, c));
+                const double snr = compareAudio(pcmOf(orig, c), pcmOf(back, c)).snrDb;
                 std::printf("%-12s sample %zu channel %d: SNR %.1f dB\n", s.name, i, c, snr);
                 EXPECT_GT(snr, s.minSnr) << s.name << " sample " << i << " channel " << c;
             }

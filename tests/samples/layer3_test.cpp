@@ -13,13 +13,14 @@
 #include "samples/lossy_encode.hpp"
 #include "support/run_process.hpp"
 #include "support/signals.hpp"
+#include "support/xmp_compare.hpp"
 
 namespace deqaz {
 namespace {
 
 using test::musicalSignal;
 using test::expectRunThenSilence;
-using test::snrDb;
+using test::compareAudio;
 
 std::vector<uint8_t> encode(int channels, long rate, int kbps, size_t frames = 9000, bool crc = false) {
     const auto enc = encodeLayer3(musicalSignal(frames, channels, rate).data(), frames, channels, rate, kbps, crc);
@@ -189,7 +190,7 @@ TEST(Layer3RoundTrip, DelayAlignsAndSignalToNoise) {
         ASSERT_TRUE(enc.ok);
         EXPECT_EQ(enc.frameRate, c.rate);
         auto at = [&](long shiftFrames) {
-            return snrDb(pcm, decode(enc.frames, pcm.size(), static_cast<uint16_t>(enc.delayBytes + shiftFrames * 2 * c.channels)));
+            return compareAudio(pcm, decode(enc.frames, pcm.size(), static_cast<uint16_t>(enc.delayBytes + shiftFrames * 2 * c.channels))).snrDb;
         };
         const double snr = at(0);
         std::printf("Layer III %d ch %ld Hz %d kbit/s: %zu bytes, SNR %.1f dB\n", c.channels, c.rate, c.kbps,
@@ -207,7 +208,7 @@ TEST(Layer3RoundTrip, DelayAlignsAndSignalToNoise) {
     const auto pcm = musicalSignal(20000, 1, 8363);
     const auto odd = encodeLayer3(pcm.data(), pcm.size(), 1, 8363, 32);
     EXPECT_EQ(odd.frameRate, 8000);
-    EXPECT_GT(snrDb(pcm, decode(odd.frames, pcm.size(), static_cast<uint16_t>(odd.delayBytes))), 10.0);
+    EXPECT_GT(compareAudio(pcm, decode(odd.frames, pcm.size(), static_cast<uint16_t>(odd.delayBytes))).snrDb, 10.0);
 }
 
 }  // namespace

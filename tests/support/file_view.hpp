@@ -33,10 +33,10 @@ struct FileView {
     std::string text(size_t o, size_t n) const { return need(o, n), std::string(b.begin() + o, b.begin() + o + n); }
 };
 
-// Runs one writer on the song, which must not fail the output buffer, and views the result.
+// Runs the writer of the song's origin, which must not fail the output buffer, and views the result.
 template <class View = FileView>
-View writeFile(void (*writer)(WriteContext&), const SongHeader& song, int silentCount = 0) {
-    WriteResult r = runWriter(writer, song, silentCount);
+View writeFile(const SongHeader& song, int silentCount = 0) {
+    WriteResult r = runWriteModule(song, silentCount);
     EXPECT_FALSE(r.failed);
     View v;
     v.b = std::move(r.bytes);

@@ -130,31 +130,15 @@ MessageCapture::~MessageCapture() { std::fclose(diag.err); }
 
 std::string MessageCapture::text() const { return readStream(diag.err); }
 
-namespace {
-
-WriteResult run(const SongHeader& song, int silentCount, bool dispatch, void (*writer)(WriteContext&)) {
+WriteResult runWriteModule(const SongHeader& song, int silentCount) {
     MessageCapture capture(silentCount);
     OutputBuffer out;
     WriteResult result;
-    if (dispatch) {
-        result.failed = !writeModule(song, out, capture.diag);
-    } else {
-        WriteContext ctx{song, out, capture.diag};
-        writer(ctx);
-        result.failed = out.failed();
-    }
+    result.failed = !writeModule(song, out, capture.diag);
     if (out.outputSize()) result.bytes.assign(out.outputData(), out.outputData() + out.outputSize());
     result.messages = capture.text();
     result.notes = capture.diag.notes;
     return result;
 }
-
-}  // namespace
-
-WriteResult runWriter(void (*writer)(WriteContext&), const SongHeader& song, int silentCount) {
-    return run(song, silentCount, false, writer);
-}
-
-WriteResult runWriteModule(const SongHeader& song, int silentCount) { return run(song, silentCount, true, nullptr); }
 
 }  // namespace deqaz::test

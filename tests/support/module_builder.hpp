@@ -85,8 +85,7 @@ struct WriteResult {
     std::vector<std::string> notes;  // the diagnostics' notes
     bool failed = false;
 };
-WriteResult runWriter(void (*writer)(WriteContext&), const SongHeader& song, int silentCount = 0);
-// Runs writeModule (the dispatch by origin flags).
+// Runs writeModule: the writer of the song's origin.
 WriteResult runWriteModule(const SongHeader& song, int silentCount = 0);
 
 }  // namespace deqaz::test

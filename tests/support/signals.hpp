@@ -1,7 +1,7 @@
 #pragma once
 // Test audio for the lossy coders: a musical signal (decaying plucked notes with harmonics over a
-// quieter chord, a different voicing per channel, interleaved), the signal-to-noise ratio of a
-// decoded copy, and the check that a decode buffer holds a reference run followed by silence.
+// quieter chord, a different voicing per channel, interleaved) and the check that a decode
+// buffer holds a reference run followed by silence.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,17 +26,6 @@ inline std::vector<int16_t> musicalSignal(size_t frames, int channels, double ra
         }
     }
     return pcm;
-}
-
-// Over the first n values (all of `ref` by default).
-inline double snrDb(const std::vector<int16_t>& ref, const std::vector<int16_t>& got, size_t n = SIZE_MAX) {
-    n = std::min({n, ref.size(), got.size()});
-    double signal = 0, noise = 0;
-    for (size_t i = 0; i < n; ++i) {
-        signal += double(ref[i]) * ref[i];
-        noise += (double(ref[i]) - got[i]) * (double(ref[i]) - got[i]);
-    }
-    return 10 * std::log10(signal / std::max(noise, 1.0));
 }
 
 // Expects `out[i] == ref[from + i]` (within `tolerance`) for i < n and zeros after.

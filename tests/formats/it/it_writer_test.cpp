@@ -23,7 +23,7 @@ struct ItFile : FileView {
     Bytes packedRows(size_t at) const { return bytes(at + 8, u16(at)); }  // pattern header at `at`
 };
 
-ItFile write(SongHeader& song, int silent = 0) { return writeFile<ItFile>(&writeIt, song, silent); }
+ItFile write(SongHeader& song, int silent = 0) { return writeFile<ItFile>(song, silent); }
 SongHeader minimalSong(unsigned channels = 1) { return makeOnePatternSong(IT, channels); }
 
 // ---------------------------------------------------------------------------------------------

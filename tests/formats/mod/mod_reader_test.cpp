@@ -119,6 +119,13 @@ TEST(ModReaderLayout, SplitPatternsLyingSignaturesAndOrders) {
     EXPECT_EQ(writeBack(*r.song)[951], 5);
     m.b[m.tableAt + 1] = 0x7F;  // restart 127 is "none"
     EXPECT_EQ(readOk(m.b).song->restartPos, 0);
+    m.b.resize(m.b.size() - 3);  // cut by the end of the file, a sample keeps its length: silence after
+    EXPECT_EQ(test::pcmOf(readOk(m.b).song->samples[1]), (std::vector<int16_t>{2560, 5120, 7680, 0, 0, 0}));
+    // Pattern 2, named only past the song length, is not stored where the file's size says so.
+    ModImage two("M.K.", 4, 2);
+    two.orders({1, 0, 1, 2}, 2);
+    two.slot(0, std::vector<int8_t>(1100, 9), 0, 64, 0, 1);
+    EXPECT_EQ(readOk(two.b).song->samples[0].pcm[0][1099], 9 * 256);
 }
 
 TEST(ModReaderLayout, FifteenSampleModules) {

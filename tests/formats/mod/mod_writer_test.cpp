@@ -24,7 +24,7 @@ struct ModFile : FileView {
 };
 
 ModFile write(SongHeader& song, int silent = 0) {
-    ModFile f = writeFile<ModFile>(&writeMod, song, silent);
+    ModFile f = writeFile<ModFile>(song, silent);
     f.channels = std::min<unsigned>(song.channels, 99);
     return f;
 }

@@ -27,7 +27,7 @@ struct MtmFile : FileView {
     Bytes row(size_t t, size_t r) const { return bytes(trackAt(t) + 3 * r, 3); }
 };
 
-MtmFile write(SongHeader& song, int silent = 0) { return writeFile<MtmFile>(&writeMtm, song, silent); }
+MtmFile write(SongHeader& song, int silent = 0) { return writeFile<MtmFile>(song, silent); }
 SongHeader song(unsigned channels) { return makeOnePatternSong(SH_ORIGIN_MTM, channels); }
 
 TEST(MtmHeader, FieldsOrdersAndTrackLists) {

@@ -23,7 +23,7 @@ struct S3mFile : FileView {
     Bytes packedRows(size_t p) const { return bytes(patternAt(p) + 2, u16(patternAt(p))); }
 };
 
-S3mFile write(SongHeader& song, int silent = 0) { return writeFile<S3mFile>(&writeS3m, song, silent); }
+S3mFile write(SongHeader& song, int silent = 0) { return writeFile<S3mFile>(song, silent); }
 
 // Channels over the empty track, one pattern, order 0; pans as given (channel c: pans[c]).
 SongHeader song(unsigned channels, const std::vector<uint8_t>& pans = {}) {

@@ -162,6 +162,21 @@ TEST(XmReaderRecords, OlderLayoutsReadAsTheSameModule) {
     }
 }
 
+// Header fields past what the container holds: speed and tempo cut to 255, instruments past 255
+// dropped, a song longer than a short header's order table cut to the table.
+TEST(XmReaderRecords, HeaderFieldsPastTheirRange) {
+    Bytes b = buildXm({{}});
+    wr16le(&b[76], 256), wr16le(&b[78], 300), wr16le(&b[72], 255);
+    ReadResult r = readOk(b);
+    EXPECT_EQ(r.song->initialSpeed + r.song->initialTempo, 2 * 255);
+    EXPECT_EQ(r.warnings.front(), "XM: speed or tempo above 255 cut to 255");  // and nothing of instrument 255
+    b.erase(b.begin() + 84, b.begin() + 336);
+    wr32le(&b[60], 24), wr16le(&b[64], 6), wr16le(&b[72], 1);
+    r = readOk(b);
+    EXPECT_EQ(r.song->orderCount, 4);
+    EXPECT_EQ(r.warnings.back(), "XM: song length beyond the header's order table cut");
+}
+
 TEST(XmReaderRecords, TrailingChunksComeBack) {
     Bytes trailer;
     auto chunk = [&](const char* id, const Bytes& data) {

@@ -28,7 +28,7 @@ struct XmFile : FileView {
     size_t instrumentsAt() const { return patternAt(u16(70)); }
 };
 
-XmFile write(SongHeader& song, int silent = 0) { return writeFile<XmFile>(&writeXm, song, silent); }
+XmFile write(SongHeader& song, int silent = 0) { return writeFile<XmFile>(song, silent); }
 SongHeader minimalSong(unsigned channels = 1) { return makeOnePatternSong(XM, channels); }
 
 // An XM sample records its owning instrument (1-based) in its global-volume byte.

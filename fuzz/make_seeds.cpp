@@ -12,7 +12,6 @@
 // The prefixes of each target's input are described in fuzz_paths.hpp.
 //   make_seeds OUTDIR [CORPUS_DIR]
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -29,6 +28,7 @@
 #include "samples/lossy_encode.hpp"
 #include "samples/predict.hpp"
 #include "support/module_builder.hpp"
+#include "support/signals.hpp"
 
 using namespace deqaz;
 namespace fs = std::filesystem;
@@ -61,19 +61,12 @@ Bytes seed(std::initializer_list<std::pair<uint32_t, int>> fields, std::initiali
     return out;
 }
 
-// A sine mixed with a little noise, then a square wave, so every coder sees smooth runs and
-// jumps. 8-bit samples keep only the high byte, as decoding leaves them.
+// Musical test audio at a rate that varies with the seed. 8-bit samples keep only the high byte,
+// as decoding leaves them.
 std::vector<int16_t> signal(size_t count, unsigned seed, bool eightBit) {
-    std::vector<int16_t> v(count);
-    uint32_t x = seed * 2654435761u + 7;
-    for (size_t k = 0; k < count; ++k) {
-        x = x * 1103515245u + 12345u;
-        double s = std::sin(static_cast<double>(k) * (0.05 + 0.01 * seed)) * 20000.0;
-        s += static_cast<double>(static_cast<int>((x >> 16) % 4001) - 2000);
-        if (k > count * 3 / 4) s = (k % 16 < 8) ? 30000.0 : -30000.0;
-        const auto point = static_cast<int16_t>(std::clamp(s, -32768.0, 32767.0));
-        v[k] = eightBit ? static_cast<int16_t>(point & 0xFF00) : point;
-    }
+    std::vector<int16_t> v = test::musicalSignal(count, 1, 8000.0 + 1000.0 * (seed % 16));
+    if (eightBit)
+        for (int16_t& point : v) point = static_cast<int16_t>(point & 0xFF00);
     return v;
 }
 

@@ -24,17 +24,26 @@
 // the tracks from 1468 and then the sample data. They are read as players read them: position i
 // plays pattern i, made of its four tracks, and finetunes are ignored.
 //
+// Chiptracker ("KRIS" at 952) also stores tracks: a 22-byte title before the 31 slots, the song
+// length and restart byte after the mark, a 128 x 4 table of two-byte entries (the track, a
+// transposition) from 958, then from 1984 as many tracks as the highest the song names, cells of
+// a note index times two (0 or 0xA8 for none), the instrument, the effect nibble and its
+// parameter. As libxmp reads it: position i plays pattern i, transpositions are ignored, and a
+// slot's loop start counts bytes.
+//
 // What does not survive a round trip (each is reported as a warning): the signature (the writer
 // chooses it from the channel count, "N.T." for a 15-sample module), finetune bits above the
 // low nibble, a restart byte of 0 (written as 127), orders past the song length and the
 // patterns only they name, periods off the formula, sample data past the end of the file; of
 // Soundtracker 2.6 and Ice Tracker modules, the track layout (written as a 4-channel MOD),
 // speed commands with both nibbles set (Ice Tracker's alternating speeds) and samples of 4
-// bytes or less, which players do not load.
+// bytes or less, which players do not load; of Chiptracker modules, the track layout, the
+// transpositions, notes past B-9, the high nibble of the effect byte and odd loop starts.
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <optional>
 
 #include "common/endian.hpp"
 #include "formats/mod/mod_layout.hpp"
@@ -196,23 +205,27 @@ size_t readModAdpcm(const uint8_t* p, size_t avail, SampleRecord& s, bool& cut) 
     return ADPCM_HEADER + have;
 }
 
-// The commands of one 4-byte cell: the period as a note, the instrument, effect 0-F as commands
-// 3-18.
-void decodeCell(const uint8_t* cell, TrackRow& row) {
-    const unsigned period = ((cell[0] & 0x0F) << 8) | cell[1];
-    const uint8_t instrument = static_cast<uint8_t>((cell[0] & 0xF0) | (cell[2] >> 4));
-    const uint8_t effect = cell[2] & 0x0F;
-    const uint8_t param = cell[3];
-    if (period) row.push_back({CMD_NOTE, static_cast<uint8_t>(noteOfPeriod(period) - 1)});
+// The commands of one cell: the note (0-based, if any), the instrument (1-based, 0 for none),
+// effect 0-F as commands 3-18.
+void appendCell(TrackRow& row, std::optional<uint8_t> note, uint8_t instrument, uint8_t effect, uint8_t param) {
+    if (note) row.push_back({CMD_NOTE, *note});
     if (instrument) row.push_back({CMD_INSTRUMENT, static_cast<uint8_t>(instrument - 1)});
     if (effect || param) row.push_back({static_cast<uint8_t>(effect + 3), param});
+}
+
+// A 4-byte ProTracker cell: the instrument split over two nibbles, a 12-bit period, the effect.
+void decodeCell(const uint8_t* cell, TrackRow& row) {
+    const unsigned period = ((cell[0] & 0x0F) << 8) | cell[1];
+    std::optional<uint8_t> note;
+    if (period) note = static_cast<uint8_t>(noteOfPeriod(period) - 1);
+    appendCell(row, note, static_cast<uint8_t>((cell[0] & 0xF0) | (cell[2] >> 4)), cell[2] & 0x0F, cell[3]);
 }
 
 // The samples of the slots: signed 8-bit data (or ModPlug's ADPCM packing), one after the other
 // from `pos`. Data cut off by the end of the file is silence: the slot's length and loop stay as
 // the file gives them (a length is at most 128 KiB). False when memory runs out.
 bool readSamples(const uint8_t* data, size_t size, size_t pos, const std::array<Slot, 31>& slots, unsigned count,
-                 SongHeader& song, ReadWarnings& warnings) {
+                 SongHeader& song, ReadWarnings& warnings, bool loopStartInBytes = false) {
     song.samples.resize(count);
     bool cut = false;
     for (unsigned i = 0; i < count; ++i) {
@@ -224,7 +237,7 @@ bool readSamples(const uint8_t* data, size_t size, size_t pos, const std::array<
         s.volume = slot.volume;
         s.pan = -1;
         s.length = slot.lengthWords * 2;
-        s.loopStart = slot.loopStartWords * 2;
+        s.loopStart = loopStartInBytes ? slot.loopStartWords : slot.loopStartWords * 2;
         s.loopEnd = s.loopStart + slot.loopLengthWords * 2;
         if (slot.loopLengthWords > 1) s.flags |= SF_LOOP;
         if (s.length && pos + ADPCM_HEADER <= size && std::memcmp(data + pos, "ADPCM", 5) == 0) {
@@ -354,6 +367,64 @@ void readCells(const uint8_t* data, const Layout& layout, unsigned patterns, Pat
     }
 }
 
+constexpr size_t CHIP_TITLE = 22, CHIP_TABLE_AT = 958, CHIP_TRACKS_AT = 1984;
+constexpr uint8_t CHIP_NO_NOTE = 0xA8;
+
+// Chiptracker: position i plays pattern i, the four tracks its table row names.
+ReadResult readChip(const uint8_t* data, size_t size) {
+    if (size < CHIP_TRACKS_AT) return fail("Chiptracker module truncated in its header");
+    ReadWarnings warnings;
+    warnings.add("MOD: Chiptracker tracks written back as a 4-channel MOD");
+    ByteReader in(data, size);
+    std::array<Slot, 31> slots;
+    in.seek(CHIP_TITLE);
+    for (Slot& slot : slots) slot = readSlot(in);
+    const unsigned length = data[956];
+    if (length == 0 || length > ORDERS) return fail("Chiptracker module has no song positions or more than 128");
+    const uint8_t* table = data + CHIP_TABLE_AT;  // pairs: track, transposition
+    unsigned tracks = 0;
+    bool transposed = false;
+    for (unsigned k = 0; k < length * 4; ++k) {
+        tracks = std::max(tracks, table[2 * k] + 1u);
+        transposed |= table[2 * k + 1] != 0;
+    }
+    if (transposed) warnings.add("MOD: Chiptracker track transpositions ignored, as libxmp plays them");
+    if (CHIP_TRACKS_AT + size_t{tracks} * ROWS * 4 > size) return fail("Chiptracker module ends inside its tracks");
+
+    auto song = amigaSong(data, 4);
+    song->restartPos = data[957];
+    std::array<uint8_t, ORDERS> orders;
+    for (unsigned i = 0; i < ORDERS; ++i) orders[i] = static_cast<uint8_t>(i);
+    if (!song->orders.dupBuffer(orders.data(), length)) return fail("Insufficient memory");
+    song->orderCount = static_cast<uint16_t>(length);
+    song->hasOrders = true;
+    PatternBuilder builder(4);
+    bool lost = false;
+    for (unsigned p = 0; p < length; ++p) {
+        builder.beginPattern(ROWS);
+        for (unsigned c = 0; c < 4; ++c)
+            for (unsigned r = 0; r < ROWS; ++r) {
+                const uint8_t* e = data + CHIP_TRACKS_AT + (size_t{table[2 * (p * 4 + c)]} * ROWS + r) * 4;
+                std::optional<uint8_t> note;
+                if (e[0] && e[0] != CHIP_NO_NOTE) note = static_cast<uint8_t>(e[0] / 2);
+                lost |= (note && *note >= HIGHEST_NOTE) || (e[2] >> 4) != 0;
+                if (note >= HIGHEST_NOTE) note.reset();
+                appendCell(builder.cell(r, c), note, e[1], e[2] & 0x0F, e[3]);
+            }
+    }
+    if (lost) warnings.add("MOD: Chiptracker notes past B-9 and effect bytes' high nibbles dropped");
+    if (!builder.finish(*song)) return fail("Insufficient memory");
+    // The slots' loop starts count bytes here; a MOD counts words.
+    if (std::any_of(slots.begin(), slots.end(), [](const Slot& s) { return s.loopStartWords & 1; }))
+        warnings.add("MOD: Chiptracker loop starts at odd bytes written back a byte earlier");
+    if (!readSamples(data, size, CHIP_TRACKS_AT + size_t{tracks} * ROWS * 4, slots, 31, *song, warnings, true))
+        return fail("Insufficient memory");
+    ReadResult result;
+    warnings.moveTo(result);
+    result.song = std::move(song);
+    return result;
+}
+
 }  // namespace
 
 ReadResult readMod(const uint8_t* data, size_t size) {
@@ -366,6 +437,7 @@ ReadResult readMod(const uint8_t* data, size_t size) {
     if (!signed31) {
         if (size >= ICE_TRACKS_AT && (std::memcmp(data + 1464, "MTN", 4) == 0 || std::memcmp(data + 1464, "IT10", 4) == 0))
             return readIce(data, size);
+        if (size >= CHIP_TABLE_AT && std::memcmp(data + 952, "KRIS", 4) == 0) return readChip(data, size);
         in.seek(20);
         for (unsigned i = 0; i < 15; ++i) slots[i] = readSlot(in);
         if (!plausibleSoundtracker(data, size, slots)) {

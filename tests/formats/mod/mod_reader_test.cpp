@@ -187,6 +187,33 @@ TEST(ModReaderLayout, IceTrackerPositionsPlayTheirTracks) {
     EXPECT_EQ(readMod(ice.data(), 1468 + 3 * 256 - 1).error, "ICE Tracker module ends inside its tracks");
 }
 
+// Chiptracker: tracks named per position with a transposition byte, cells of a note index, the
+// instrument, the effect (high nibble ignored) and its parameter; libxmp reads the source and the
+// MOD written back alike.
+TEST(ModReaderLayout, ChiptrackerReadsAsLibxmpReadsIt) {
+    Bytes kris(1984 + 2 * 256, 0);
+    std::memcpy(kris.data(), "chip", 4);
+    wr16be(&kris[22 + 22], 3), kris[22 + 25] = 48, wr16be(&kris[22 + 26], 2), wr16be(&kris[22 + 28], 2);
+    std::memcpy(&kris[952], "KRIS", 4);
+    kris[956] = 2, kris[957] = 1;  // song length, restart
+    const uint8_t table[8] = {0, 1, 0, 1, 1, 0, 1, 1};
+    for (int k = 0; k < 8; ++k) kris[958 + 2 * k] = table[k];
+    const uint8_t cells[3][4] = {{72, 1, 0x3C, 0x20}, {0xA8, 0, 0x0F, 0x06}, {20, 1, 0, 0}};
+    std::copy(cells[0], cells[0] + 4, kris.begin() + 1984 + 3 * 4);            // track 0, row 3
+    std::copy(cells[1], cells[1] + 4, kris.begin() + 1984 + 256 + 63 * 4);     // track 1, row 63
+    std::copy(cells[2], cells[2] + 4, kris.begin() + 1984 + 256);              // track 1, row 0
+    kris.insert(kris.end(), {1, 2, 3, 4, 5, 6});
+    ReadResult r = readOk(kris);
+    EXPECT_EQ(r.song->samples[0].loopStart, 2u);  // bytes, not words
+    test::XmpModule source, result;
+    ASSERT_EQ(source.load(kris), 0);
+    ASSERT_EQ(result.load(writeBack(*r.song)), 0);
+    EXPECT_EQ(test::xmpDifferences(source, result), std::set<std::string>{});
+    kris[959] = 3;  // a transposition, which libxmp ignores
+    EXPECT_EQ(readOk(kris).warnings.size(), r.warnings.size() + 1);
+    EXPECT_EQ(readMod(kris.data(), 1984 + 256).error, "Chiptracker module ends inside its tracks");
+}
+
 TEST(ModReaderLayout, DetectionPicksTheReader) {
     ModImage mod("M.K.", 4, 1);
     std::memcpy(mod.b.data(), "Ice! Ice!", 9);  // a song name, not the packer's mark

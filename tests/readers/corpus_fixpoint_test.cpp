@@ -33,7 +33,7 @@ TEST(ReaderCorpus, ReadWriteReadIsAFixpointAndLibxmpSeesTheSource) {
         ASSERT_FALSE(written.failed);
         ReadResult second = readModule(written.bytes.data(), written.bytes.size());
         ASSERT_TRUE(second.song) << second.error;
-        EXPECT_EQ(fixpointDifference(*first.song, *second.song), "");
+        EXPECT_EQ(moduleDifference(*first.song, *second.song), "");
 
         RoundTripRow row;
         row.file = rel;

@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "container/loader.hpp"
+#include "container/track.hpp"
 #include "support/module_builder.hpp"
 
 namespace deqaz::test {
@@ -42,27 +43,33 @@ Loaded loadQaz(const uint8_t* data, size_t size) {
     return r;
 }
 
-void expectSameModule(const SongHeader& e, const SongHeader& a) {
-    EXPECT_EQ(storedHeader(e), storedHeader(a));
-    EXPECT_EQ(e.name, a.name);
-    EXPECT_EQ(e.message, a.message);
-    EXPECT_EQ(vec(e.orders), vec(a.orders));
-    EXPECT_EQ(vec(e.patternTracks), vec(a.patternTracks));
-    EXPECT_EQ(vec(e.patternRows), vec(a.patternRows));
-    ASSERT_EQ(e.tracks.size(), a.tracks.size());
-    for (size_t t = 0; t < e.tracks.size(); ++t) EXPECT_EQ(vec(e.tracks[t]), vec(a.tracks[t])) << "track " << t;
-    EXPECT_TRUE(e.instruments == a.instruments);
-    ASSERT_EQ(e.samples.size(), a.samples.size());
-    for (size_t i = 0; i < e.samples.size(); ++i) {
-        EXPECT_EQ(sampleFields(e.samples[i]), sampleFields(a.samples[i])) << "sample " << i;
-        for (int c = 0; c < 2; ++c)
-            EXPECT_TRUE(vec(e.samples[i].pcm[c]) == vec(a.samples[i].pcm[c])) << "sample " << i << " channel " << c;
-    }
-    EXPECT_EQ(vec(e.channelFx), vec(a.channelFx));
-    for (int k = 0; k < MAX_CHUNK_SLOTS; ++k) {
-        EXPECT_EQ(e.fxSlots[k].present, a.fxSlots[k].present) << "slot " << k;
-        EXPECT_EQ(vec(e.fxSlots[k].data), vec(a.fxSlots[k].data)) << "slot " << k;
-    }
+std::vector<TrackCommand> cellCommands(const SongHeader& song, unsigned pattern, unsigned row, unsigned channel) {
+    std::vector<TrackCommand> out;
+    const uint16_t t = song.trackOf(pattern, channel);
+    if (t >= song.tracks.size()) return out;
+    const TrackGroup g = cellAt(song.tracks[t], row);
+    for (unsigned k = 0; g && k < g.pairCount() && g.bytes[1 + 2 * k] != 0; ++k)
+        out.push_back({g.bytes[1 + 2 * k], g.bytes[2 + 2 * k]});
+    return out;
+}
+
+std::string moduleDifference(const SongHeader& a, const SongHeader& b) {
+    if (storedHeader(a) != storedHeader(b) || a.name != b.name || a.message != b.message) return "song header";
+    if (vec(a.orders) != vec(b.orders)) return "orders";
+    if (vec(a.patternTracks) != vec(b.patternTracks) || vec(a.patternRows) != vec(b.patternRows)) return "pattern tables";
+    if (a.tracks.size() != b.tracks.size()) return "track count";
+    for (size_t t = 0; t < a.tracks.size(); ++t)
+        if (vec(a.tracks[t]) != vec(b.tracks[t])) return "track " + std::to_string(t);
+    if (a.instruments != b.instruments) return "instruments";
+    if (a.samples.size() != b.samples.size()) return "sample count";
+    for (size_t i = 0; i < a.samples.size(); ++i)
+        if (sampleFields(a.samples[i]) != sampleFields(b.samples[i]) || vec(a.samples[i].pcm[0]) != vec(b.samples[i].pcm[0]) ||
+            vec(a.samples[i].pcm[1]) != vec(b.samples[i].pcm[1]))
+            return "sample " + std::to_string(i);
+    for (int k = 0; k < MAX_CHUNK_SLOTS; ++k)
+        if (a.fxSlots[k].present != b.fxSlots[k].present || vec(a.fxSlots[k].data) != vec(b.fxSlots[k].data))
+            return "extension slot " + std::to_string(k);
+    return vec(a.channelFx) != vec(b.channelFx) ? "channel table" : "";
 }
 
 }  // namespace deqaz::test

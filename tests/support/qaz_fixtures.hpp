@@ -1,6 +1,6 @@
 #pragma once
-// Modules for tests that go through a QAZ file: one using every record kind, and the check that a
-// loaded module holds everything the written one did.
+// Loading QAZ files in tests, and comparing two modules: what a loaded module must hold of the
+// written one, and what a module read again from its written copy must hold of the first.
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -19,7 +19,11 @@ struct Loaded {
 Loaded loadQaz(const uint8_t* data, size_t size);
 inline Loaded loadQaz(const std::vector<uint8_t>& file) { return loadQaz(file.data(), file.size()); }
 
-// Compares everything loading restores (PCM included); reports differences as test failures.
-void expectSameModule(const SongHeader& expected, const SongHeader& actual);
+// The commands of one cell, decoded from the module's track for that pattern and channel.
+std::vector<TrackCommand> cellCommands(const SongHeader& song, unsigned pattern, unsigned row, unsigned channel);
+
+// The first difference between two modules, or "": every stored record field, names, message,
+// orders, pattern tables, track bytes, instruments, sample PCM and the extension chunks.
+std::string moduleDifference(const SongHeader& a, const SongHeader& b);
 
 }  // namespace deqaz::test

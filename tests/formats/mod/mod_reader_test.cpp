@@ -139,7 +139,7 @@ TEST(ModReaderLayout, FifteenSampleModules) {
     EXPECT_EQ(std::string(out.begin() + 1080, out.begin() + 1084), "N.T.");
     ReadResult again = readOk(out);
     EXPECT_EQ(again.song->sampleCount, 15);  // "N.T." with empty upper slots
-    EXPECT_EQ(test::fixpointDifference(*readOk(st.b).song, *again.song), "");
+    EXPECT_EQ(test::moduleDifference(*readOk(st.b).song, *again.song), "");
     // Text or noise without a signature is no module.
     Bytes noise(4000);
     for (size_t i = 0; i < noise.size(); ++i) noise[i] = uint8_t(i * 131 + 7);

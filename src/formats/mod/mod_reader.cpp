@@ -24,6 +24,11 @@
 // the tracks from 1468 and then the sample data. They are read as players read them: position i
 // plays pattern i, made of its four tracks, and finetunes are ignored.
 //
+// His Master's Noise ("FEST", "M&K!") is read as libxmp reads it: a finetune byte counts -1/16
+// semitone, half ProTracker's step; effects 7 (HMN's mega-arpeggio), 8, 9 and E are dropped; a
+// "Mupp" slot is a synth sound whose waveforms fill the pattern its fifth name byte names, which
+// is cleared where no order of the song plays it (its bytes would be taken for cells).
+//
 // Chiptracker ("KRIS" at 952) also stores tracks: a 22-byte title before the 31 slots, the song
 // length and restart byte after the mark, a 128 x 4 table of two-byte entries (the track, a
 // transposition) from 958, then from 1984 as many tracks as the highest the song names, cells of
@@ -38,7 +43,9 @@
 // Soundtracker 2.6 and Ice Tracker modules, the track layout (written as a 4-channel MOD),
 // speed commands with both nibbles set (Ice Tracker's alternating speeds) and samples of 4
 // bytes or less, which players do not load; of Chiptracker modules, the track layout, the
-// transpositions, notes past B-9, the high nibble of the effect byte and odd loop starts.
+// transpositions, notes past B-9, the high nibble of the effect byte and odd loop starts; of His
+// Master's Noise modules, synth sounds (read as plain samples), finetunes between ProTracker's
+// steps (rounded toward zero) and the effects above.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -222,8 +229,9 @@ void decodeCell(const uint8_t* cell, TrackRow& row) {
 }
 
 // The samples of the slots: signed 8-bit data (or ModPlug's ADPCM packing), one after the other
-// from `pos`. Data cut off by the end of the file is silence: the slot's length and loop stay as
-// the file gives them (a length is at most 128 KiB). False when memory runs out.
+// from `pos`. As libxmp reads a file that ends early: a raw sample it cuts keeps the data present
+// (its loop fitted to it), one that starts past the end keeps its stated length as silence, and an
+// ADPCM sample keeps its length, silent past the data. False when memory runs out.
 bool readSamples(const uint8_t* data, size_t size, size_t pos, const std::array<Slot, 31>& slots, unsigned count,
                  SongHeader& song, ReadWarnings& warnings, bool loopStartInBytes = false) {
     song.samples.resize(count);
@@ -244,12 +252,12 @@ bool readSamples(const uint8_t* data, size_t size, size_t pos, const std::array<
             if (!s.pcm[0].allocZeroed(s.length)) return false;
             pos += readModAdpcm(data + pos, size - pos, s, cut);
         } else {
-            if (!readRawSample(data, size, pos, RawPcmLayout{.keepLength = true}, s, cut)) return false;
+            if (!readRawSample(data, size, pos, RawPcmLayout{.keepLength = pos >= size}, s, cut)) return false;
             pos += pos < size ? std::min<size_t>(s.length, size - pos) : 0;
         }
         if (fitLoops(s)) warnings.add("MOD: loop ends past the end of the sample cut");
     }
-    if (cut) warnings.add("MOD: sample data cut short by the end of the file; the rest is silence");
+    if (cut) warnings.add("MOD: sample data cut short by the end of the file; a sample with none left is silence");
     if (pos < size) warnings.add("MOD: " + std::to_string(size - pos) + " bytes after the sample data ignored");
     song.sampleCount = static_cast<uint16_t>(count);
     return true;
@@ -349,20 +357,43 @@ PatternSpan patternSpan(size_t size, const std::array<Slot, 31>& slots, const st
     return {maxUsed + 1, stored};
 }
 
+// His Master's Noise: the waveform patterns to clear, and whether effects were dropped.
+struct HmnRules {
+    std::array<bool, 256> waveforms{};  // patterns no order plays that hold waveforms
+    bool droppedEffects = false;
+};
+
+void dropHmnEffects(TrackRow& row, HmnRules& hmn) {
+    const auto before = row.size();
+    std::erase_if(row, [](const TrackCommand& c) { return c.command == 10 || c.command == 11 || c.command == 12 || c.command == 17; });
+    hmn.droppedEffects |= row.size() != before;
+}
+
+// The ProTracker finetune nibble nearest below (toward zero) an HMN finetune byte; `exact` is
+// cleared when it lies between ProTracker's steps or past them.
+uint8_t hmnFinetune(uint8_t byte, bool& exact) {
+    const int fine = -static_cast<int8_t>(static_cast<uint8_t>(byte << 3));  // 1/128 semitone
+    const int steps = std::clamp(fine / 16, -8, 7);
+    exact &= steps * 16 == fine;
+    return static_cast<uint8_t>(steps & 0x0F);
+}
+
 // The cells of the first `patterns` patterns. FLT8 stores each pattern as two 4-channel halves,
 // one after the other.
-void readCells(const uint8_t* data, const Layout& layout, unsigned patterns, PatternBuilder& builder) {
+void readCells(const uint8_t* data, const Layout& layout, unsigned patterns, PatternBuilder& builder, HmnRules* hmn) {
     const unsigned channels = layout.channels;
     const size_t patternSize = size_t{ROWS} * channels * 4;
     const size_t rowBytes = size_t{channels} * 4;
     for (unsigned p = 0; p < patterns; ++p) {
         builder.beginPattern(ROWS);
+        if (hmn && hmn->waveforms[p]) continue;
         const uint8_t* base = data + layout.headerSize + size_t{p} * patternSize;
         for (unsigned r = 0; r < ROWS; ++r)
             for (unsigned c = 0; c < channels; ++c) {
                 const uint8_t* cell = layout.flt8 ? base + (c / 4) * (ROWS * 16) + r * 16 + (c % 4) * 4
                                                   : base + r * rowBytes + c * 4;
                 decodeCell(cell, builder.cell(r, c));
+                if (hmn) dropHmnEffects(builder.cell(r, c), *hmn);
             }
     }
 }
@@ -478,10 +509,24 @@ ReadResult readMod(const uint8_t* data, size_t size) {
     if (!song->orders.dupBuffer(orders.data(), songLength)) return fail("Insufficient memory");
     song->orderCount = static_cast<uint16_t>(songLength);
     song->hasOrders = true;
-    if (layout.hmn) warnings.add("MOD: His Master's Noise synth sounds read as plain samples");
+    HmnRules hmn;
+    if (layout.hmn) {
+        bool exact = true, synth = false;
+        for (unsigned i = 0; i < SLOTS; ++i) {
+            slots[i].finetune = hmnFinetune(slots[i].finetune, exact);
+            const uint8_t* name = data + 20 + SLOT_SIZE * i;
+            if (std::memcmp(name, "Mupp", 4) == 0) hmn.waveforms[name[4]] = synth = true;
+        }
+        if (synth) warnings.add("MOD: His Master's Noise synth sounds read as plain samples");
+        for (unsigned i = 0; i < songLength; ++i) hmn.waveforms[orders[i]] = false;
+        if (!exact) warnings.add("MOD: His Master's Noise finetunes between ProTracker's steps rounded toward zero");
+        if (std::count(hmn.waveforms.begin(), hmn.waveforms.end(), true))
+            warnings.add("MOD: His Master's Noise synth waveforms in patterns no order plays cleared");
+    }
 
     PatternBuilder builder(layout.channels);
-    readCells(data, layout, span.patterns, builder);
+    readCells(data, layout, span.patterns, builder, layout.hmn ? &hmn : nullptr);
+    if (hmn.droppedEffects) warnings.add("MOD: His Master's Noise effects 7, 8, 9 and E dropped (libxmp plays 7 as its mega-arpeggio)");
     if (!builder.finish(*song)) return fail("Insufficient memory");
 
     // Samples: after the last stored pattern.

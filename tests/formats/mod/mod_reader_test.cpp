@@ -119,8 +119,11 @@ TEST(ModReaderLayout, SplitPatternsLyingSignaturesAndOrders) {
     EXPECT_EQ(writeBack(*r.song)[951], 5);
     m.b[m.tableAt + 1] = 0x7F;  // restart 127 is "none"
     EXPECT_EQ(readOk(m.b).song->restartPos, 0);
-    m.b.resize(m.b.size() - 3);  // cut by the end of the file, a sample keeps its length: silence after
-    EXPECT_EQ(test::pcmOf(readOk(m.b).song->samples[1]), (std::vector<int16_t>{2560, 5120, 7680, 0, 0, 0}));
+    for (size_t cut : {3, 6}) {  // as libxmp reads it: cut to the data present, or silence where none is
+        const Bytes short_(m.b.begin(), m.b.end() - long(cut));
+        const std::vector<int16_t> expected = cut == 3 ? std::vector<int16_t>{2560, 5120, 7680} : std::vector<int16_t>(6);
+        EXPECT_EQ(test::pcmOf(readOk(short_).song->samples[1]), expected);
+    }
     // Pattern 2, named only past the song length, is not stored where the file's size says so.
     ModImage two("M.K.", 4, 2);
     two.orders({1, 0, 1, 2}, 2);
@@ -212,6 +215,26 @@ TEST(ModReaderLayout, ChiptrackerReadsAsLibxmpReadsIt) {
     kris[959] = 3;  // a transposition, which libxmp ignores
     EXPECT_EQ(readOk(kris).warnings.size(), r.warnings.size() + 1);
     EXPECT_EQ(readMod(kris.data(), 1984 + 256).error, "Chiptracker module ends inside its tracks");
+}
+
+// His Master's Noise as libxmp reads it: finetunes in half ProTracker steps, effects 8, 9 and E
+// not played, and the synth waveforms "Mupp" slots keep in patterns no order plays cleared (three
+// such patterns would make libxmp refuse the "M.K." file written back).
+TEST(ModReaderLayout, HisMastersNoiseReadsAsLibxmpReadsIt) {
+    ModImage m("FEST", 4, 5);
+    m.orders({0, 4}, 2);
+    m.slot(0, std::vector<int8_t>(64, 5), 254, 64, 0, 1);  // +1 step
+    m.cell(0, 0, 0, 428, 1, 0x9, 0x10), m.cell(0, 1, 0, 428, 1, 0xE, 0x12), m.cell(0, 2, 1, 428, 1, 0x8, 0x40);
+    for (unsigned p = 1; p <= 4; ++p) {  // pattern 4 is played, so it is kept
+        std::memcpy(&m.b[20 + 30 * p], "Mupp", 4), m.b[20 + 30 * p + 4] = uint8_t(p);
+        if (p < 4) std::fill(m.cellAt(p, 0, 0), m.cellAt(p, 0, 0) + 1024, 0xF0);
+    }
+    m.cell(4, 0, 0, 428, 1, 0, 0);
+    test::XmpModule source, result;
+    ASSERT_EQ(source.load(m.b), 0);
+    ASSERT_EQ(result.load(writeBack(*readOk(m.b).song)), 0);
+    const std::set<std::string> why = test::xmpDifferences(source, result);
+    EXPECT_EQ(why.count("sample defaults") + why.count("effects") + why.count("notes"), 0u);
 }
 
 TEST(ModReaderLayout, DetectionPicksTheReader) {

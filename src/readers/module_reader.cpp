@@ -184,4 +184,15 @@ void decodeAdpcm4(const uint8_t* table, size_t points, int16_t* out) {
     }
 }
 
+bool readAdpcmSample(const uint8_t* data, size_t size, size_t offset, SampleRecord& smp, bool& cut) {
+    const size_t available = offset < size ? size - offset : 0;
+    const uint64_t frames = available < ADPCM_TABLE ? 0 : std::min<uint64_t>(smp.length, uint64_t{available - ADPCM_TABLE} * 2);
+    cut |= frames < smp.length;
+    smp.length = static_cast<uint32_t>(frames);
+    if (frames == 0) return true;
+    if (!smp.pcm[0].allocate(frames)) return false;
+    decodeAdpcm4(data + offset, frames, smp.pcm[0].data());
+    return true;
+}
+
 }  // namespace deqaz

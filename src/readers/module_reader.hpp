@@ -135,10 +135,16 @@ struct RawPcmLayout {
 bool readRawSample(const uint8_t* data, size_t size, size_t offset, const RawPcmLayout& layout, SampleRecord& smp,
                    bool& truncated);
 
-// ModPlug's 4-bit ADPCM sample packing, used in IT and MOD files: a table of 16 signed deltas,
-// then two points a byte (low nibble first), each the previous point plus its nibble's delta in
-// 8-bit arithmetic. Decodes `points` points as 16-bit values; the table and (points + 1) / 2
-// bytes after it must be present.
+// ModPlug's 4-bit ADPCM sample packing, used in IT, XM, S3M and MOD files: a table of 16 signed
+// deltas, then two points a byte (low nibble first), each the previous point plus its nibble's
+// delta in 8-bit arithmetic. Decodes `points` points as 16-bit values; the table and
+// (points + 1) / 2 bytes after it must be present.
 void decodeAdpcm4(const uint8_t* table, size_t points, int16_t* out);
+inline constexpr size_t ADPCM_TABLE = 16;
+
+// An 8-bit mono sample of smp.length points packed as above at `offset`; a file that ends early
+// leaves the points whose bytes are present (none without the whole table) and sets `cut`.
+// False when memory runs out.
+bool readAdpcmSample(const uint8_t* data, size_t size, size_t offset, SampleRecord& smp, bool& cut);
 
 }  // namespace deqaz

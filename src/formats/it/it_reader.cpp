@@ -439,31 +439,16 @@ bool readCompressedSample(const uint8_t* data, size_t size, size_t offset, bool 
     return true;
 }
 
-// ModPlug's 4-bit ADPCM (conversion byte 0xFF on an 8-bit mono sample).
-bool readAdpcmSample(const uint8_t* data, size_t size, size_t offset, SampleRecord& smp, ReadWarnings& warnings) {
-    const size_t available = offset < size ? size - offset : 0;
-    if (available < 16) {
-        warnings.add("IT: ADPCM sample without its table dropped");
-        smp.length = 0;
-        return true;
-    }
-    const uint8_t* table = data + offset;
-    const size_t frames = std::min<uint64_t>(smp.length, static_cast<uint64_t>(available - 16) * 2);
-    if (frames < smp.length) warnings.add("IT: ADPCM sample data cut short by the end of the file");
-    smp.length = static_cast<uint32_t>(frames);
-    if (frames == 0) return true;
-    if (!smp.pcm[0].allocate(frames)) return false;
-    decodeAdpcm4(table, frames, smp.pcm[0].data());
-    return true;
-}
-
 bool readSampleData(const uint8_t* data, size_t size, const ItSampleHeader& raw, SampleRecord& smp,
                     ReadWarnings& warnings) {
     if (smp.length == 0) return true;
     if (raw.flags & 0x08) return readCompressedSample(data, size, raw.dataOffset, (raw.convert & 0x04) != 0, smp, warnings);
     if (raw.convert == 0xFF && !(smp.flags & (SF_16BIT | SF_STEREO))) {
         warnings.add("IT: ADPCM-coded samples written back as plain PCM");
-        return readAdpcmSample(data, size, raw.dataOffset, smp, warnings);
+        bool cut = false;
+        if (!readAdpcmSample(data, size, raw.dataOffset, smp, cut)) return false;
+        if (cut) warnings.add("IT: ADPCM sample data cut short by the end of the file");
+        return true;
     }
     RawPcmLayout layout;
     layout.sixteenBit = (smp.flags & SF_16BIT) != 0;

@@ -203,7 +203,7 @@ ReadResult fail(const char* why) {
 
 // ModPlug's ADPCM packing in a MOD: "ADPCM", then the delta table and the nibbles. Returns the
 // bytes used; sets `cut` when the file ends first (the rest of the sample stays silent).
-constexpr size_t ADPCM_HEADER = 5 + 16;
+constexpr size_t ADPCM_HEADER = 5 + ADPCM_TABLE;
 size_t readModAdpcm(const uint8_t* p, size_t avail, SampleRecord& s, bool& cut) {
     const size_t packed = (size_t{s.length} + 1) / 2;
     const size_t have = std::min(packed, avail - ADPCM_HEADER);

@@ -45,6 +45,7 @@ inline constexpr size_t SMP_VOLUME = 28, SMP_PACKING = 30, SMP_FLAGS = 31, SMP_F
 inline constexpr size_t SMP_NAME = 48, SMP_NAME_SIZE = 28, SMP_SIGNATURE = 76;  // "SCRS"
 inline constexpr uint8_t SMP_TYPE_SAMPLE = 1;  // 0 empty, 2 and up AdLib
 inline constexpr uint8_t SMP_LOOP = 0x01, SMP_STEREO = 0x02, SMP_16BIT = 0x04;
+inline constexpr uint8_t SMP_PACKING_ADPCM = 4;  // ModPlug's 4-bit ADPCM; 0 is plain data
 
 // Packed cells.
 inline constexpr uint8_t CELL_CHANNEL = 0x1F, CELL_NOTE = 0x20, CELL_VOLUME = 0x40, CELL_EFFECT = 0x80;

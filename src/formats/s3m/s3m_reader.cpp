@@ -20,8 +20,8 @@
 //   slides are warned), the tracker version (0x1300 or 0x1301 by the ST3.00-slides flag), the
 //   channel settings' numbering (renumbered from the pans), the sample format (written
 //   unsigned);
-// - AdLib instruments (read as empty samples, warned) and their channels; packed (ADPCM) sample
-//   data (warned, dropped);
+// - AdLib instruments (read as empty samples, warned) and their channels; ModPlug's ADPCM
+//   sample packing (read as PCM; other packings are warned and dropped);
 // - cells: a note/instrument pair that holds neither, a note byte whose semitone nibble is above
 //   11 (read as octave * 12 + semitone, so it comes back as a note of the next octave), a volume
 //   byte of 255, effects outside A-Z (warned), a parameter without an effect; a channel named
@@ -86,8 +86,9 @@ bool readSample(const uint8_t* data, size_t size, size_t at, bool signedData, Sa
         return true;
     }
     if (type == 0 || length == 0) return true;  // an empty slot
-    if (packing != 0) {
-        warnings.add("S3M: packed sample data is not supported; dropped");
+    const bool adpcm = packing == SMP_PACKING_ADPCM && !(smp.flags & (SF_16BIT | SF_STEREO));
+    if (packing != 0 && !adpcm) {
+        warnings.add("S3M: packed sample data other than ModPlug's 8-bit ADPCM is not supported; dropped");
         return true;
     }
     if (paragraph == 0) {
@@ -95,6 +96,13 @@ bool readSample(const uint8_t* data, size_t size, size_t at, bool signedData, Sa
         return true;
     }
     smp.length = length;
+    if (adpcm) {
+        bool cut = false;
+        if (!readAdpcmSample(data, size, size_t{paragraph} * PARAGRAPH, smp, cut)) return false;
+        if (cut) warnings.add("S3M: ADPCM sample data cut short by the end of the file");
+        fitLoops(smp);
+        return true;
+    }
     RawPcmLayout layout;
     layout.sixteenBit = (smp.flags & SF_16BIT) != 0;
     layout.stereo = (smp.flags & SF_STEREO) != 0;

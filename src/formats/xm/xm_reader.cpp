@@ -333,8 +333,7 @@ bool readSampleData(ByteReader& in, const SampleHeader& h, SampleRecord& s, Read
             s.flags &= static_cast<uint16_t>(~SF_STEREO);
             warnings.add("XM: stereo sample cut short kept as its left channel");
         }
-        s.length = adpcm ? static_cast<uint32_t>(have > 16 ? std::min<uint64_t>((have - 16) * 2, s.length) : 0)
-                         : static_cast<uint32_t>(std::min<uint64_t>(have / bytesPerFrame, s.length));
+        if (!adpcm) s.length = static_cast<uint32_t>(std::min<uint64_t>(have / bytesPerFrame, s.length));
     }
     if (adpcm) warnings.add("XM: ADPCM-coded samples written back as plain PCM");
     // The length now covers only data that is there: nothing is cut below.
@@ -342,9 +341,8 @@ bool readSampleData(ByteReader& in, const SampleHeader& h, SampleRecord& s, Read
     if (!adpcm) {
         const RawPcmLayout layout{.sixteenBit = is16, .stereo = (s.flags & SF_STEREO) != 0, .delta = true};
         if (!readRawSample(p, have, 0, layout, s, cut)) return false;
-    } else if (s.length) {
-        if (!s.pcm[0].allocate(s.length)) return false;
-        decodeAdpcm4(p, s.length, s.pcm[0].data());
+    } else if (!readAdpcmSample(p, have, 0, s, cut)) {
+        return false;
     }
     if (fitLoops(s)) warnings.add("XM: loop ends past the end of the sample cut");
     return true;

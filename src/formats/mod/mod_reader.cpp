@@ -201,16 +201,8 @@ ReadResult fail(const char* why) {
     return r;
 }
 
-// ModPlug's ADPCM packing in a MOD: "ADPCM", then the delta table and the nibbles. Returns the
-// bytes used; sets `cut` when the file ends first (the rest of the sample stays silent).
-constexpr size_t ADPCM_HEADER = 5 + ADPCM_TABLE;
-size_t readModAdpcm(const uint8_t* p, size_t avail, SampleRecord& s, bool& cut) {
-    const size_t packed = (size_t{s.length} + 1) / 2;
-    const size_t have = std::min(packed, avail - ADPCM_HEADER);
-    if (have < packed) cut = true;
-    decodeAdpcm4(p + 5, std::min<size_t>(s.length, 2 * have), s.pcm[0].data());
-    return ADPCM_HEADER + have;
-}
+// ModPlug's ADPCM packing in a MOD: "ADPCM", then the delta table and the nibbles.
+constexpr size_t ADPCM_MARK = 5;
 
 // The commands of one cell: the note (0-based, if any), the instrument (1-based, 0 for none),
 // effect 0-F as commands 3-18.
@@ -230,8 +222,8 @@ void decodeCell(const uint8_t* cell, TrackRow& row) {
 
 // The samples of the slots: signed 8-bit data (or ModPlug's ADPCM packing), one after the other
 // from `pos`. As libxmp reads a file that ends early: a raw sample it cuts keeps the data present
-// (its loop fitted to it), one that starts past the end keeps its stated length as silence, and an
-// ADPCM sample keeps its length, silent past the data. False when memory runs out.
+// (its loop fitted to it), one that starts past the end keeps its stated length as silence. False
+// when memory runs out.
 bool readSamples(const uint8_t* data, size_t size, size_t pos, const std::array<Slot, 31>& slots, unsigned count,
                  SongHeader& song, ReadWarnings& warnings, bool loopStartInBytes = false) {
     song.samples.resize(count);
@@ -248,9 +240,9 @@ bool readSamples(const uint8_t* data, size_t size, size_t pos, const std::array<
         s.loopStart = loopStartInBytes ? slot.loopStartWords : slot.loopStartWords * 2;
         s.loopEnd = s.loopStart + slot.loopLengthWords * 2;
         if (slot.loopLengthWords > 1) s.flags |= SF_LOOP;
-        if (s.length && pos + ADPCM_HEADER <= size && std::memcmp(data + pos, "ADPCM", 5) == 0) {
-            if (!s.pcm[0].allocZeroed(s.length)) return false;
-            pos += readModAdpcm(data + pos, size - pos, s, cut);
+        if (s.length && pos + ADPCM_MARK + ADPCM_TABLE <= size && std::memcmp(data + pos, "ADPCM", ADPCM_MARK) == 0) {
+            if (!readAdpcmSample(data, size, pos + ADPCM_MARK, s, cut)) return false;
+            pos = std::min(size, pos + ADPCM_MARK + ADPCM_TABLE + (size_t{s.length} + 1) / 2);
         } else {
             if (!readRawSample(data, size, pos, RawPcmLayout{.keepLength = pos >= size}, s, cut)) return false;
             pos += pos < size ? std::min<size_t>(s.length, size - pos) : 0;

@@ -50,8 +50,7 @@ TEST(S3mReader, DroppedChannelsCloseUpAndMonoSongsStayMono) {
     }
 }
 
-// ModPlug's ADPCM packing (packing byte 4): 16 deltas, then two points a byte, low nibble first.
-// Cut short, the sample keeps the points whose bytes are present.
+// ModPlug's ADPCM packing (packing byte 4). Cut short, the points whose bytes are present stay.
 TEST(S3mReader, ModPlugAdpcmSamplesAreUnpacked) {
     SongHeader song = makeOnePatternSong(SH_ORIGIN_S3M, 1);
     addSample(song, 0, 6);
@@ -59,14 +58,11 @@ TEST(S3mReader, ModPlugAdpcmSamplesAreUnpacked) {
     const size_t header = size_t{rd16le(&f[96 + rd16le(&f[32])])} * 16;
     f[header + 30] = 4;
     f.resize((size_t{f[header + 13]} << 16 | rd16le(&f[header + 14])) * 16);
-    const int8_t deltas[16] = {0, 1, 2, 4, 8, 16, 32, 64, -1, -2, -4, -8, -16, -32, -64, -128};
-    f.insert(f.end(), deltas, deltas + 16);
-    f.insert(f.end(), {0x77, 0x0F, 0x8F});  // +64 +64 -128 +0 -128 -1
+    f.insert(f.end(), ADPCM_EXAMPLE.begin(), ADPCM_EXAMPLE.end());
     for (size_t drop : {0, 1}) {
         const ReadResult r = readS3m(f.data(), f.size() - drop);
         ASSERT_TRUE(r.song) << r.error;
-        const std::vector<int16_t> all = {64 * 256, -128 * 256, 0, 0, -128 * 256, 127 * 256};
-        EXPECT_EQ(pcmOf(r.song->samples[0]), std::vector<int16_t>(all.begin(), all.end() - long(2 * drop)));
+        EXPECT_EQ(pcmOf(r.song->samples[0]), std::vector<int16_t>(ADPCM_POINTS.begin(), ADPCM_POINTS.end() - long(2 * drop)));
         EXPECT_EQ(r.warnings.size(), drop);
     }
 }

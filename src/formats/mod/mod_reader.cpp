@@ -13,8 +13,9 @@
 // floor(6848 * 2^((1 - n) / 12) + 0.5), so each period is read as the note whose period is
 // nearest; periods from the ProTracker table that the formula misses by one come back off by one.
 //
-// The signatures read: M.K., M!K!, M&K!, N.T., FEST, FLT4 (4 channels), FLT8 (8 channels stored
-// as pairs of 4-channel patterns), CD61, CD81, OKTA, OCTA, xCHN, xxCH, xxCN, TDZx and Digital
+// The signatures read: M.K., M!K!, M&K!, N.T., FEST, Startrekker's FLT4 and EXO4 (4 channels),
+// FLT8, FLTM, EXO8 and EXOM (8 channels stored as pairs of 4-channel patterns), CD61, CD81,
+// OKTA, OCTA, xCHN, xxCH, xxCN, TDZx and Digital
 // Tracker's FA04/FA06/FA08 (whose patterns start 4 bytes later). A "M.K." file whose size fits
 // 8 channels exactly and 4 channels not at all is Mod's Grave's 8-channel layout.
 //
@@ -91,8 +92,8 @@ bool signatureLayout(const uint8_t* s, Layout& l) {
         l.noteTracker = true;
         return true;
     }
-    if (is("FLT4")) return true;
-    if (is("FLT8")) {
+    if (is("FLT4") || is("EXO4")) return true;
+    if (is("FLT8") || is("EXO8") || is("FLTM") || is("EXOM")) {
         l.channels = 8;
         l.flt8 = true;
         return true;

@@ -88,16 +88,21 @@ TEST(ModReaderPeriods, EveryNotePeriodComesBack) {
 // Dialects the corpus does not hold: FLT8's split patterns, Mod's Grave's 8-channel "M.K.", the
 // song length against the patterns named past it, and the restart byte.
 TEST(ModReaderLayout, SplitPatternsLyingSignaturesAndOrders) {
-    // FLT8 keeps each 8-channel pattern as two 4-channel halves and counts orders in halves.
-    ModImage flt("FLT8", 4, 2);
-    flt.orders({0, 0}, 2);
-    flt.cell(0, 5, 1, 428, 2, 0, 0);  // first half, channel 1
-    flt.cell(1, 5, 1, 214, 3, 0, 0);  // second half: channel 5
-    ReadResult r = readOk(flt.b);
-    EXPECT_EQ(r.song->channels, 8);
-    EXPECT_EQ(r.song->patternCount, 1);
-    EXPECT_EQ(test::cellCommands(*r.song, 0, 5, 1)[1].parameter, 1);
-    EXPECT_EQ(test::cellCommands(*r.song, 0, 5, 5)[1].parameter, 2);
+    // Startrekker's FLT8 (EXO8, FLTM, EXOM) keeps each 8-channel pattern as two 4-channel halves
+    // and counts orders in halves; EXO4 is FLT4.
+    ReadResult r;
+    for (const char* signature : {"FLT8", "EXOM"}) {
+        ModImage flt(signature, 4, 2);
+        flt.orders({0, 0}, 2);
+        flt.cell(0, 5, 1, 428, 2, 0, 0);  // first half, channel 1
+        flt.cell(1, 5, 1, 214, 3, 0, 0);  // second half: channel 5
+        r = readOk(flt.b);
+        EXPECT_EQ(r.song->channels, 8);
+        EXPECT_EQ(r.song->patternCount, 1);
+        EXPECT_EQ(test::cellCommands(*r.song, 0, 5, 1)[1].parameter, 1);
+        EXPECT_EQ(test::cellCommands(*r.song, 0, 5, 5)[1].parameter, 2);
+    }
+    EXPECT_EQ(readOk(ModImage("EXO4", 4, 1).b).song->channels, 4);
     // A "M.K." file whose size fits 8 channels and not 4 is Mod's Grave's.
     ModImage grave("M.K.", 8, 1);
     grave.slot(0, {1, 2}, 0, 64, 0, 1);

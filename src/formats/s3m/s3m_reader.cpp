@@ -85,14 +85,11 @@ bool readSample(const uint8_t* data, size_t size, size_t at, bool signedData, Sa
         smp.loopStart = smp.loopEnd = 0;
         return true;
     }
-    if (type == 0 || length == 0) return true;  // an empty slot
+    // A slot without a length is empty; a type-0 ("empty") slot with one is read, as libxmp reads it.
+    if (length == 0) return true;
     const bool adpcm = packing == SMP_PACKING_ADPCM && !(smp.flags & (SF_16BIT | SF_STEREO));
     if (packing != 0 && !adpcm) {
         warnings.add("S3M: packed sample data other than ModPlug's 8-bit ADPCM is not supported; dropped");
-        return true;
-    }
-    if (paragraph == 0) {
-        warnings.add("S3M: a sample without a data pointer read as empty");
         return true;
     }
     smp.length = length;

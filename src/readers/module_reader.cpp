@@ -105,11 +105,14 @@ void ReadWarnings::add(const std::string& text, unsigned times) {
     }
 }
 
-void ReadWarnings::moveTo(ReadResult& result) {
+ReadResult ReadWarnings::result(std::unique_ptr<SongHeader> song) {
+    ReadResult result;
+    result.song = std::move(song);
     for (auto& [text, times] : items_)
         result.warnings.push_back(times > 1 ? text + " (" + std::to_string(times) + " times)" : std::move(text));
     items_.clear();
     index_.clear();
+    return result;
 }
 
 std::unique_ptr<SongHeader> newSong(uint32_t flags, unsigned channels) {

@@ -92,7 +92,8 @@ private:
 class ReadWarnings {
 public:
     void add(const std::string& text, unsigned times = 1);
-    void moveTo(ReadResult& result);
+    // The read's result: the song, with these warnings.
+    ReadResult result(std::unique_ptr<SongHeader> song);
 
 private:
     std::vector<std::pair<std::string, unsigned>> items_;

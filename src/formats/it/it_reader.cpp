@@ -779,10 +779,7 @@ ReadResult readIt(const uint8_t* data, size_t size) {
     if (losses.unknownEffects) warnings.add("IT: effects outside A-Z dropped", losses.unknownEffects);
     keepMacrosOnlyIfWritten(*song, macroCommands, warnings);
 
-    ReadResult result;
-    result.song = std::move(song);
-    warnings.moveTo(result);
-    return result;
+    return warnings.result(std::move(song));
 }
 
 }  // namespace deqaz

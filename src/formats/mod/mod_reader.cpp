@@ -264,6 +264,26 @@ std::unique_ptr<SongHeader> amigaSong(const uint8_t* data, unsigned channels) {
     return song;
 }
 
+// A song that stores tracks, not patterns: position i plays pattern i, made of the four tracks
+// `track(p, c)` points to (64 cells of 4 bytes), each cell decoded by `decode`. Null when memory
+// runs out.
+template <class Track, class Decode>
+std::unique_ptr<SongHeader> trackedSong(const uint8_t* data, unsigned length, Track track, Decode decode) {
+    auto song = amigaSong(data, 4);
+    std::array<uint8_t, ORDERS> orders;
+    for (unsigned i = 0; i < ORDERS; ++i) orders[i] = static_cast<uint8_t>(i);
+    if (!song->orders.dupBuffer(orders.data(), length)) return nullptr;
+    song->orderCount = static_cast<uint16_t>(length);
+    song->hasOrders = true;
+    PatternBuilder builder(4);
+    for (unsigned p = 0; p < length; ++p) {
+        builder.beginPattern(ROWS);
+        for (unsigned c = 0; c < 4; ++c)
+            for (unsigned r = 0; r < ROWS; ++r) decode(track(p, c) + size_t{r} * CELL_SIZE, builder.cell(r, c));
+    }
+    return builder.finish(*song) ? std::move(song) : nullptr;
+}
+
 constexpr size_t ICE_TRACKS_AT = 1468;
 
 // Soundtracker 2.6 and Ice Tracker: position i plays pattern i, the four tracks its table row
@@ -282,25 +302,14 @@ ReadResult readIce(const uint8_t* data, size_t size) {
         return fail("ICE Tracker module names a track it does not hold");
     if (ICE_TRACKS_AT + size_t{tracks} * ROWS * 4 > size) return fail("ICE Tracker module ends inside its tracks");
 
-    auto song = amigaSong(data, 4);
-    std::array<uint8_t, ORDERS> orders;
-    for (unsigned i = 0; i < ORDERS; ++i) orders[i] = static_cast<uint8_t>(i);
-    if (!song->orders.dupBuffer(orders.data(), length)) return fail("Insufficient memory");
-    song->orderCount = static_cast<uint16_t>(length);
-    song->hasOrders = true;
-    PatternBuilder builder(4);
     bool swing = false;
-    for (unsigned p = 0; p < length; ++p) {
-        builder.beginPattern(ROWS);
-        for (unsigned c = 0; c < 4; ++c)
-            for (unsigned r = 0; r < ROWS; ++r) {
-                const uint8_t* cell = data + ICE_TRACKS_AT + (size_t{table[p * 4 + c]} * ROWS + r) * 4;
-                swing |= (cell[2] & 0x0F) == 0x0F && (cell[3] >> 4) && (cell[3] & 0x0F);
-                decodeCell(cell, builder.cell(r, c));
-            }
-    }
+    auto track = [&](unsigned p, unsigned c) { return data + ICE_TRACKS_AT + size_t{table[p * 4 + c]} * ROWS * CELL_SIZE; };
+    auto song = trackedSong(data, length, track, [&](const uint8_t* cell, TrackRow& row) {
+        swing |= (cell[2] & 0x0F) == 0x0F && (cell[3] >> 4) && (cell[3] & 0x0F);
+        decodeCell(cell, row);
+    });
+    if (!song) return fail("Insufficient memory");
     if (swing) warnings.add("MOD: Ice Tracker's alternating speeds (F with both nibbles) read as plain F commands");
-    if (!builder.finish(*song)) return fail("Insufficient memory");
 
     // Players ignore the finetunes and do not load samples of 4 bytes or less.
     bool tiny = false;
@@ -311,10 +320,7 @@ ReadResult readIce(const uint8_t* data, size_t size) {
     if (tiny) warnings.add("MOD: samples of 4 bytes or less dropped, as players do");
     if (!readSamples(data, size, ICE_TRACKS_AT + size_t{tracks} * ROWS * 4, slots, 31, *song, warnings))
         return fail("Insufficient memory");
-    ReadResult result;
-    warnings.moveTo(result);
-    result.song = std::move(song);
-    return result;
+    return warnings.result(std::move(song));
 }
 
 // How many patterns the song plays (up to the highest named within the song length) and how many
@@ -358,7 +364,9 @@ struct HmnRules {
 
 void dropHmnEffects(TrackRow& row, HmnRules& hmn) {
     const auto before = row.size();
-    std::erase_if(row, [](const TrackCommand& c) { return c.command == 10 || c.command == 11 || c.command == 12 || c.command == 17; });
+    std::erase_if(row, [](const TrackCommand& c) {
+        return c.command == 7 + 3 || c.command == 8 + 3 || c.command == 9 + 3 || c.command == 0xE + 3;  // effects 7, 8, 9, E
+    });
     hmn.droppedEffects |= row.size() != before;
 }
 
@@ -369,6 +377,25 @@ uint8_t hmnFinetune(uint8_t byte, bool& exact) {
     const int steps = std::clamp(fine / 16, -8, 7);
     exact &= steps * 16 == fine;
     return static_cast<uint8_t>(steps & 0x0F);
+}
+
+// His Master's Noise's slots made ProTracker's: finetunes in ProTracker's steps, and the waveform
+// patterns of its synth sounds that no order of the song plays.
+HmnRules hmnRules(const uint8_t* data, std::array<Slot, 31>& slots, const std::array<uint8_t, ORDERS>& orders,
+                  unsigned songLength, ReadWarnings& warnings) {
+    HmnRules hmn;
+    bool exact = true, synth = false;
+    for (unsigned i = 0; i < SLOTS; ++i) {
+        slots[i].finetune = hmnFinetune(slots[i].finetune, exact);
+        const uint8_t* name = data + 20 + SLOT_SIZE * i;
+        if (std::memcmp(name, "Mupp", 4) == 0) hmn.waveforms[name[4]] = synth = true;
+    }
+    if (synth) warnings.add("MOD: His Master's Noise synth sounds read as plain samples");
+    for (unsigned i = 0; i < songLength; ++i) hmn.waveforms[orders[i]] = false;
+    if (!exact) warnings.add("MOD: His Master's Noise finetunes between ProTracker's steps rounded toward zero");
+    if (std::count(hmn.waveforms.begin(), hmn.waveforms.end(), true))
+        warnings.add("MOD: His Master's Noise synth waveforms in patterns no order plays cleared");
+    return hmn;
 }
 
 // The cells of the first `patterns` patterns. FLT8 stores each pattern as two 4-channel halves,
@@ -415,38 +442,43 @@ ReadResult readChip(const uint8_t* data, size_t size) {
     if (transposed) warnings.add("MOD: Chiptracker track transpositions ignored, as libxmp plays them");
     if (CHIP_TRACKS_AT + size_t{tracks} * ROWS * 4 > size) return fail("Chiptracker module ends inside its tracks");
 
-    auto song = amigaSong(data, 4);
-    song->restartPos = data[957];
-    std::array<uint8_t, ORDERS> orders;
-    for (unsigned i = 0; i < ORDERS; ++i) orders[i] = static_cast<uint8_t>(i);
-    if (!song->orders.dupBuffer(orders.data(), length)) return fail("Insufficient memory");
-    song->orderCount = static_cast<uint16_t>(length);
-    song->hasOrders = true;
-    PatternBuilder builder(4);
     bool lost = false;
-    for (unsigned p = 0; p < length; ++p) {
-        builder.beginPattern(ROWS);
-        for (unsigned c = 0; c < 4; ++c)
-            for (unsigned r = 0; r < ROWS; ++r) {
-                const uint8_t* e = data + CHIP_TRACKS_AT + (size_t{table[2 * (p * 4 + c)]} * ROWS + r) * 4;
-                std::optional<uint8_t> note;
-                if (e[0] && e[0] != CHIP_NO_NOTE) note = static_cast<uint8_t>(e[0] / 2);
-                lost |= (note && *note >= HIGHEST_NOTE) || (e[2] >> 4) != 0;
-                if (note >= HIGHEST_NOTE) note.reset();
-                appendCell(builder.cell(r, c), note, e[1], e[2] & 0x0F, e[3]);
-            }
-    }
+    auto track = [&](unsigned p, unsigned c) {
+        return data + CHIP_TRACKS_AT + size_t{table[2 * (p * 4 + c)]} * ROWS * CELL_SIZE;
+    };
+    auto song = trackedSong(data, length, track, [&](const uint8_t* e, TrackRow& row) {
+        std::optional<uint8_t> note;
+        if (e[0] && e[0] != CHIP_NO_NOTE) note = static_cast<uint8_t>(e[0] / 2);
+        lost |= (note && *note >= HIGHEST_NOTE) || (e[2] >> 4) != 0;
+        if (note >= HIGHEST_NOTE) note.reset();
+        appendCell(row, note, e[1], e[2] & 0x0F, e[3]);
+    });
+    if (!song) return fail("Insufficient memory");
+    song->restartPos = data[957];
     if (lost) warnings.add("MOD: Chiptracker notes past B-9 and effect bytes' high nibbles dropped");
-    if (!builder.finish(*song)) return fail("Insufficient memory");
     // The slots' loop starts count bytes here; a MOD counts words.
     if (std::any_of(slots.begin(), slots.end(), [](const Slot& s) { return s.loopStartWords & 1; }))
         warnings.add("MOD: Chiptracker loop starts at odd bytes written back a byte earlier");
     if (!readSamples(data, size, CHIP_TRACKS_AT + size_t{tracks} * ROWS * 4, slots, 31, *song, warnings, true))
         return fail("Insufficient memory");
-    ReadResult result;
-    warnings.moveTo(result);
-    result.song = std::move(song);
-    return result;
+    return warnings.result(std::move(song));
+}
+
+// The sample slots, 31 after a signature, else 15 of a file that looks like Soundtracker's (whose
+// layout is then set); false for neither.
+bool readSlots(const uint8_t* data, size_t size, bool signed31, Layout& layout, std::array<Slot, 31>& slots) {
+    ByteReader in(data, size);
+    in.seek(20);
+    for (unsigned i = 0; i < (signed31 ? 31 : 15); ++i) slots[i] = readSlot(in);
+    if (!signed31) {
+        if (!plausibleSoundtracker(data, size, slots)) return false;
+        layout.samples = 15;
+        layout.headerSize = 600;
+    } else if (layout.noteTracker &&
+               std::all_of(slots.begin() + 15, slots.end(), [](const Slot& s) { return s.lengthWords == 0; })) {
+        layout.samples = 15;
+    }
+    return true;
 }
 
 }  // namespace
@@ -454,29 +486,15 @@ ReadResult readChip(const uint8_t* data, size_t size) {
 ReadResult readMod(const uint8_t* data, size_t size) {
     ReadWarnings warnings;
     Layout layout;
-    ByteReader in(data, size);
     std::array<Slot, 31> slots;
-
     const bool signed31 = size >= HEADER_SIZE && signatureLayout(data + SIGNATURE_AT, layout);
-    if (!signed31) {
-        if (size >= ICE_TRACKS_AT && (std::memcmp(data + 1464, "MTN", 4) == 0 || std::memcmp(data + 1464, "IT10", 4) == 0))
-            return readIce(data, size);
-        if (size >= CHIP_TABLE_AT && std::memcmp(data + 952, "KRIS", 4) == 0) return readChip(data, size);
-        in.seek(20);
-        for (unsigned i = 0; i < 15; ++i) slots[i] = readSlot(in);
-        if (!plausibleSoundtracker(data, size, slots)) {
-            ReadResult other = fail("not a MOD file: no known signature and not a 15-sample module");
-            other.otherFormat = true;
-            return other;
-        }
-        layout.samples = 15;
-        layout.headerSize = 600;
-    } else {
-        in.seek(20);
-        for (unsigned i = 0; i < 31; ++i) slots[i] = readSlot(in);
-        if (layout.noteTracker &&
-            std::all_of(slots.begin() + 15, slots.end(), [](const Slot& s) { return s.lengthWords == 0; }))
-            layout.samples = 15;
+    auto markAt = [&](size_t at, const char* mark) { return !signed31 && size >= at + 4 && std::memcmp(data + at, mark, 4) == 0; };
+    if (markAt(1464, "MTN") || markAt(1464, "IT10")) return readIce(data, size);
+    if (markAt(952, "KRIS")) return readChip(data, size);
+    if (!readSlots(data, size, signed31, layout, slots)) {
+        ReadResult other = fail("not a MOD file: no known signature and not a 15-sample module");
+        other.otherFormat = true;
+        return other;
     }
     const size_t tableAt = layout.samples == 15 && !signed31 ? 470 : 950;
     unsigned songLength = data[tableAt];
@@ -503,23 +521,12 @@ ReadResult readMod(const uint8_t* data, size_t size) {
     song->orderCount = static_cast<uint16_t>(songLength);
     song->hasOrders = true;
     HmnRules hmn;
-    if (layout.hmn) {
-        bool exact = true, synth = false;
-        for (unsigned i = 0; i < SLOTS; ++i) {
-            slots[i].finetune = hmnFinetune(slots[i].finetune, exact);
-            const uint8_t* name = data + 20 + SLOT_SIZE * i;
-            if (std::memcmp(name, "Mupp", 4) == 0) hmn.waveforms[name[4]] = synth = true;
-        }
-        if (synth) warnings.add("MOD: His Master's Noise synth sounds read as plain samples");
-        for (unsigned i = 0; i < songLength; ++i) hmn.waveforms[orders[i]] = false;
-        if (!exact) warnings.add("MOD: His Master's Noise finetunes between ProTracker's steps rounded toward zero");
-        if (std::count(hmn.waveforms.begin(), hmn.waveforms.end(), true))
-            warnings.add("MOD: His Master's Noise synth waveforms in patterns no order plays cleared");
-    }
+    if (layout.hmn) hmn = hmnRules(data, slots, orders, songLength, warnings);
 
     PatternBuilder builder(layout.channels);
     readCells(data, layout, span.patterns, builder, layout.hmn ? &hmn : nullptr);
-    if (hmn.droppedEffects) warnings.add("MOD: His Master's Noise effects 7, 8, 9 and E dropped (libxmp plays 7 as its mega-arpeggio)");
+    if (hmn.droppedEffects)
+        warnings.add("MOD: His Master's Noise effects 7, 8, 9 and E dropped (libxmp plays 7 as its mega-arpeggio)");
     if (!builder.finish(*song)) return fail("Insufficient memory");
 
     // Samples: after the last stored pattern.
@@ -527,10 +534,7 @@ ReadResult readMod(const uint8_t* data, size_t size) {
     if (pos > size) pos = layout.headerSize + size_t{span.patterns} * patternSize;
     if (!readSamples(data, size, pos, slots, layout.samples, *song, warnings)) return fail("Insufficient memory");
 
-    ReadResult result;
-    warnings.moveTo(result);
-    result.song = std::move(song);
-    return result;
+    return warnings.result(std::move(song));
 }
 
 }  // namespace deqaz

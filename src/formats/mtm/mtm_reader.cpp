@@ -226,10 +226,7 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
     if (cut) warnings.add("MTM: file cut short; missing tracks, lists, comment or sample data read as empty");
     song->sampleCount = static_cast<uint16_t>(samples);
 
-    ReadResult result;
-    warnings.moveTo(result);
-    result.song = std::move(song);
-    return result;
+    return warnings.result(std::move(song));
 }
 
 }  // namespace deqaz

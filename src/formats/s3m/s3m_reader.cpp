@@ -262,10 +262,7 @@ ReadResult readS3m(const uint8_t* data, size_t size) {
     if (losses.volumes255) warnings.add("S3M: volume byte 255 dropped", losses.volumes255);
     if (losses.unknownEffects) warnings.add("S3M: effects outside A-Z dropped", losses.unknownEffects);
 
-    ReadResult result;
-    result.song = std::move(song);
-    warnings.moveTo(result);
-    return result;
+    return warnings.result(std::move(song));
 }
 
 }  // namespace deqaz

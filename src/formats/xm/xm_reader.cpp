@@ -628,10 +628,7 @@ ReadResult readXm(const uint8_t* data, size_t size) {
 
     if (!ended) readTrailingChunks(in, *song, warnings);
 
-    ReadResult result;
-    warnings.moveTo(result);
-    result.song = std::move(song);
-    return result;
+    return warnings.result(std::move(song));
 }
 
 }  // namespace deqaz

@@ -153,6 +153,44 @@ bool readSampleData(const uint8_t* data, size_t size, size_t pos, const std::vec
     return true;
 }
 
+struct Header {
+    uint16_t storedTracks = 0;
+    unsigned patterns = 0, orders = 0, samples = 0, channels = 0;
+    uint16_t commentLength = 0;
+};
+
+// The header's counts, the channel count and order count cut to what MultiTracker holds, into
+// `song` the name and the pans (positions 0-15).
+Header readHeader(ByteReader& in, SongHeader& song, ReadWarnings& warnings) {
+    Header h;
+    in.seek(NAME);
+    song.name = in.text(NAME_SIZE);
+    h.storedTracks = in.u16();  // the fields from TRACK_COUNT to PANS, in order
+    h.patterns = in.u8() + 1u;
+    h.orders = in.u8() + 1u;
+    h.commentLength = in.u16();
+    h.samples = in.u8();
+    in.u8();  // attribute
+    const uint8_t beatsPerTrack = in.u8();
+    h.channels = in.u8();
+    if (h.channels > MAX_CHANNELS) {
+        warnings.add("MTM: channel count above 32 cut to 32");
+        h.channels = MAX_CHANNELS;
+    }
+    if (h.orders > ORDERS) {
+        warnings.add("MTM: orders past 128 dropped");
+        h.orders = ORDERS;
+    }
+    if (beatsPerTrack != 0 && beatsPerTrack != ROWS) warnings.add("MTM: beats per track other than 64 ignored");
+    song.channels = static_cast<uint8_t>(h.channels);
+    for (unsigned c = 0; c < MAX_CHANNELS; ++c) {
+        const uint8_t pan = in.u8();
+        if (pan > 15) warnings.add("MTM: pan positions above 15 cut to 15");
+        song.channelPan[c] = static_cast<uint8_t>(std::min<unsigned>(pan, 15) * 17);
+    }
+    return h;
+}
+
 }  // namespace
 
 ReadResult readMtm(const uint8_t* data, size_t size) {
@@ -160,71 +198,43 @@ ReadResult readMtm(const uint8_t* data, size_t size) {
     if (size < HEADER_SIZE) return fail("MTM file truncated in its header");
     ReadWarnings warnings;
     ByteReader in(data, size);
-
-    in.seek(NAME);
-    const std::string name = in.text(NAME_SIZE);
-    const uint16_t storedTracks = in.u16();  // the fields from TRACK_COUNT to PANS, in order
-    const unsigned patterns = in.u8() + 1u;
-    unsigned orders = in.u8() + 1u;
-    const uint16_t commentLength = in.u16();
-    const unsigned samples = in.u8();
-    in.u8();  // attribute
-    const uint8_t beatsPerTrack = in.u8();
-    unsigned channels = in.u8();
-    std::array<uint8_t, MAX_CHANNELS> pan;
-    in.bytes(pan.data(), pan.size());
-
-    if (storedTracks == 0xFFFF) return fail("MTM file has too many tracks");
-    if (channels > MAX_CHANNELS) {
-        warnings.add("MTM: channel count above 32 cut to 32");
-        channels = MAX_CHANNELS;
-    }
-    if (orders > ORDERS) {
-        warnings.add("MTM: orders past 128 dropped");
-        orders = ORDERS;
-    }
-    if (beatsPerTrack != 0 && beatsPerTrack != ROWS) warnings.add("MTM: beats per track other than 64 ignored");
-
-    auto song = newSong(SH_ORIGIN_MTM, channels);
-    song->name = name;
+    auto song = newSong(SH_ORIGIN_MTM, 0);
     song->channelPan.fill(128);
-    for (unsigned c = 0; c < MAX_CHANNELS; ++c) {
-        if (pan[c] > 15) warnings.add("MTM: pan positions above 15 cut to 15");
-        song->channelPan[c] = static_cast<uint8_t>(std::min<unsigned>(pan[c], 15) * 17);
-    }
+    const Header h = readHeader(in, *song, warnings);
+    if (h.storedTracks == 0xFFFF) return fail("MTM file has too many tracks");
 
     // Sample headers; the data comes at the end of the file.
     const size_t samplesAt = HEADER_SIZE;
-    const size_t ordersAt = samplesAt + samples * SAMPLE_SIZE;
+    const size_t ordersAt = samplesAt + h.samples * SAMPLE_SIZE;
     const size_t tracksAt = ordersAt + ORDERS;
-    const size_t listsAt = tracksAt + size_t{storedTracks} * TRACK_SIZE;
-    const size_t commentAt = listsAt + size_t{patterns} * TRACK_LIST_SIZE;
-    const size_t dataAt = commentAt + commentLength;
+    const size_t listsAt = tracksAt + size_t{h.storedTracks} * TRACK_SIZE;
+    const size_t commentAt = listsAt + size_t{h.patterns} * TRACK_LIST_SIZE;
+    const size_t dataAt = commentAt + h.commentLength;
     if (tracksAt > size) return fail("MTM file truncated in its sample headers or order table");
 
     std::vector<uint32_t> storedBytes;
     in.seek(samplesAt);
-    readSampleHeaders(in, samples, *song, storedBytes, warnings);
+    readSampleHeaders(in, h.samples, *song, storedBytes, warnings);
 
     std::array<uint8_t, ORDERS> table{};
     std::memcpy(table.data(), data + ordersAt, ORDERS);
-    if (!song->orders.dupBuffer(table.data(), orders)) return fail("Insufficient memory");
-    song->orderCount = static_cast<uint16_t>(orders);
+    if (!song->orders.dupBuffer(table.data(), h.orders)) return fail("Insufficient memory");
+    song->orderCount = static_cast<uint16_t>(h.orders);
     song->hasOrders = true;
 
     bool cut = false;
-    if (!readTracksAndLists(data, size, tracksAt, storedTracks, patterns, channels, *song, cut, warnings))
+    if (!readTracksAndLists(data, size, tracksAt, h.storedTracks, h.patterns, h.channels, *song, cut, warnings))
         return fail("Insufficient memory");
-    song->trackCount = static_cast<uint16_t>(storedTracks + 1);
-    song->patternCount = static_cast<uint16_t>(patterns);
+    song->trackCount = static_cast<uint16_t>(h.storedTracks + 1);
+    song->patternCount = static_cast<uint16_t>(h.patterns);
 
-    if (commentLength && commentAt < size)
-        song->message = readComment(data + commentAt, std::min<size_t>(commentLength, size - commentAt), warnings);
-    if (commentAt + commentLength > size) cut = true;
+    if (h.commentLength && commentAt < size)
+        song->message = readComment(data + commentAt, std::min<size_t>(h.commentLength, size - commentAt), warnings);
+    if (commentAt + h.commentLength > size) cut = true;
 
     if (!readSampleData(data, size, dataAt, storedBytes, *song, cut, warnings)) return fail("Insufficient memory");
     if (cut) warnings.add("MTM: file cut short; missing tracks, lists, comment or sample data read as empty");
-    song->sampleCount = static_cast<uint16_t>(samples);
+    song->sampleCount = static_cast<uint16_t>(h.samples);
 
     return warnings.result(std::move(song));
 }

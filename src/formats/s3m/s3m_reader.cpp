@@ -200,6 +200,22 @@ std::array<int, CHANNEL_SLOTS> readChannels(const uint8_t* data, size_t size, si
     return channelOf;
 }
 
+// The samples whose header pointers start at `pointersAt`. False when memory runs out.
+bool readSamples(const uint8_t* data, size_t size, size_t pointersAt, unsigned samples, bool signedData, SongHeader& song,
+                 ReadWarnings& warnings) {
+    song.samples.resize(samples);
+    song.sampleCount = static_cast<uint16_t>(samples);
+    for (unsigned i = 0; i < samples; ++i) {
+        song.samples[i].globalVolume = 64;  // S3M has no sample global volume: full
+        const size_t at = size_t{rd16le(data + pointersAt + 2 * i)} * PARAGRAPH;
+        if (at == 0 || at > size || size - at < SAMPLE_SIZE)
+            warnings.add("S3M: a missing or damaged sample header read as an empty sample");
+        else if (!readSample(data, size, at, signedData, song.samples[i], warnings))
+            return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 ReadResult readS3m(const uint8_t* data, size_t size) {
@@ -237,18 +253,7 @@ ReadResult readS3m(const uint8_t* data, size_t size) {
 
     const std::array<int, CHANNEL_SLOTS> channelOf = readChannels(data, size, panAt, *song, warnings);
 
-    // Samples.
-    song->samples.resize(samples);
-    song->sampleCount = samples;
-    for (unsigned i = 0; i < samples; ++i) {
-        song->samples[i].globalVolume = 64;  // S3M has no sample global volume: full
-        const size_t at = size_t{rd16le(data + pointersAt + 2 * i)} * PARAGRAPH;
-        if (at == 0 || at > size || size - at < SAMPLE_SIZE) {
-            warnings.add("S3M: a missing or damaged sample header read as an empty sample");
-            continue;
-        }
-        if (!readSample(data, size, at, signedData, song->samples[i], warnings)) return fail("Insufficient memory");
-    }
+    if (!readSamples(data, size, pointersAt, samples, signedData, *song, warnings)) return fail("Insufficient memory");
 
     // Patterns.
     PatternBuilder builder(song->channels);

@@ -94,15 +94,28 @@ TEST(ReaderDamage, RefusalsSayWhy) {
     }
 }
 
+// Where a written file's first instrument ('i') or first sample header ('s') starts; 0 for the
+// song header ('h').
+size_t recordAt(const Bytes& f, uint32_t origin, char record) {
+    if (record == 'h') return 0;
+    if (origin & SH_ORIGIN_IT) return rd32le(&f[0xC0 + rd16le(&f[0x20]) + (record == 's' ? 4 * rd16le(&f[0x22]) : 0)]);
+    if (origin & SH_ORIGIN_MTM) return 66;
+    size_t at = 60 + rd32le(&f[60]);  // XM: past the patterns to instrument 0, then its sample header
+    for (unsigned p = 0; p < rd16le(&f[70]); ++p) at += rd32le(&f[at]) + rd16le(&f[at + 7]);
+    return record == 's' ? at + rd32le(&f[at]) : at;
+}
+
 // What a format holds and the container cannot is said, one construct a row (the full lists head
 // each reader's source file).
 TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
+    constexpr uint32_t IT_INSTRUMENTS = SH_ORIGIN_IT | SH_IT_INSTRUMENTS;
     const struct {
         uint32_t origin;
         size_t at;
         char op;  // '^': flip these bits; '=': set the byte
         uint8_t value;
         const char* warning;
+        char record = 'h';  // `at` counts from: 'h' the file's start, 'i' instrument 0, 's' sample 0
     } cases[] = {
         {SH_ORIGIN_IT, 0x2C, '^', 0x01, "mono song written back as stereo"},
         {SH_ORIGIN_IT, 0x40, '^', 0x80, "a muted channel that holds notes is written with channel volume 0"},
@@ -115,11 +128,17 @@ TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
         {SH_ORIGIN_MOD, 951, '=', 0, "restart byte 0 written back as 127"},
         {SH_ORIGIN_MTM, 34, '=', 0x10, "pan positions above 15 cut to 15"},
         {SH_ORIGIN_MTM, 32, '=', 5, "beats per track other than 64 ignored"},
+        {SH_ORIGIN_MTM, 34, '=', 0x10, "finetune bits above the low nibble dropped", 's'},
+        {IT_INSTRUMENTS, 0x3C, '=', 1, "instrument MIDI channel 1 cannot be kept", 'i'},
+        {IT_INSTRUMENTS, 0x15, '=', 0x08, "instrument fade-out above 2047 cut to 2047", 'i'},
+        {0, 14, '=', 0x03, "loop type 3 read as ping-pong", 's'},
+        {0, 33, '=', 0x01, "key map of a one-sample instrument written as all zeros", 'i'},
     };
     for (const auto& c : cases) {
         Bytes file = written(c.origin);
         const ReadResult before = readModule(file.data(), file.size());
-        file.at(c.at) = c.op == '^' ? file.at(c.at) ^ c.value : c.value;
+        const size_t at = recordAt(file, c.origin, c.record) + c.at;
+        file.at(at) = c.op == '^' ? file.at(at) ^ c.value : c.value;
         const ReadResult r = readModule(file.data(), file.size());
         ASSERT_TRUE(r.song) << c.warning << ": " << r.error;
         auto says = [&](const ReadResult& x) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "common/endian.hpp"
 #include "readers/reader_roundtrip.hpp"
@@ -100,9 +101,40 @@ size_t recordAt(const Bytes& f, uint32_t origin, char record) {
     if (record == 'h') return 0;
     if (origin & SH_ORIGIN_IT) return rd32le(&f[0xC0 + rd16le(&f[0x20]) + (record == 's' ? 4 * rd16le(&f[0x22]) : 0)]);
     if (origin & SH_ORIGIN_MTM) return 66;
+    if (origin & SH_ORIGIN_S3M) return size_t{rd16le(&f[96 + rd16le(&f[32])])} * 16;  // past the order list
     size_t at = 60 + rd32le(&f[60]);  // XM: past the patterns to instrument 0, then its sample header
     for (unsigned p = 0; p < rd16le(&f[70]); ++p) at += rd32le(&f[at]) + rd16le(&f[at + 7]);
     return record == 's' ? at + rd32le(&f[at]) : at;
+}
+
+// ModPlug's ADPCM packing wherever it is read: IT conversion byte 0xFF, XM reserved byte 0xAD,
+// S3M packing 4, a MOD sample marked "ADPCM". Cut short, the points whose bytes are present stay.
+TEST(ReaderDamage, ModPlugAdpcmSamplesAreUnpacked) {
+    const struct {
+        uint32_t origin;
+        size_t at;  // in sample 0's header
+        uint8_t value;
+        const char* mark;  // before the delta table
+    } cases[] = {{SH_ORIGIN_IT, 0x2E, 0xFF, ""}, {0, 17, 0xAD, ""}, {SH_ORIGIN_S3M, 30, 4, ""}, {SH_ORIGIN_MOD, 0, 0, "ADPCM"}};
+    for (const auto& c : cases) {
+        SongHeader song = makeOnePatternSong(c.origin, 1);
+        addSample(song, 0, 6);
+        if (c.origin == 0)  // XM keeps samples in instruments
+            for (auto& key : addInstrument(song).noteMap) key.sample = 0;
+        Bytes f = runWriteModule(song, 1).bytes;
+        f.resize(f.size() - 6);  // the sample's data comes last
+        if (c.value) f.at(recordAt(f, c.origin, 's') + c.at) = c.value;
+        f.insert(f.end(), c.mark, c.mark + std::strlen(c.mark));
+        f.insert(f.end(), ADPCM_EXAMPLE.begin(), ADPCM_EXAMPLE.end());
+        for (size_t drop : {0, 1}) {
+            const ReadResult r = readModule(f.data(), f.size() - drop);
+            ASSERT_TRUE(r.song) << c.origin << ": " << r.error;
+            const std::vector<int16_t> expected(ADPCM_POINTS.begin(), ADPCM_POINTS.end() - long(2 * drop));
+            EXPECT_EQ(pcmOf(r.song->samples[0]), expected) << c.origin << " " << drop;
+            const auto cut = [](const std::string& w) { return w.find("cut short") != std::string::npos; };
+            EXPECT_EQ(std::any_of(r.warnings.begin(), r.warnings.end(), cut), drop == 1) << c.origin;
+        }
+    }
 }
 
 // What a format holds and the container cannot is said, one construct a row (the full lists head

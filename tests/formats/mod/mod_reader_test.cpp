@@ -1,6 +1,6 @@
 // MOD reader: periods to notes and back, signatures to channel counts (and the signature the
 // writer gives back), FLT8's split patterns, sample slots, the 15-sample layout, format detection,
-// damaged files and ModPlug's ADPCM samples.
+// damaged files.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -255,21 +255,6 @@ TEST(ModReaderLayout, DetectionPicksTheReader) {
     Bytes it(64, 0);
     std::memcpy(it.data(), "IMPM", 4);
     EXPECT_NE(readModule(it.data(), it.size()).error.rfind("unknown module format", 0), 0u);
-}
-
-// ModPlug's ADPCM packing, marked "ADPCM". Cut short, the points whose bytes are present stay.
-TEST(ModReaderDamage, ModPlugAdpcmSamplesAreUnpacked) {
-    ModImage m("M.K.", 4, 1);
-    m.slot(0, {}, 0, 64, 0, 0);
-    wr16be(&m.b[20 + 22], 3);  // 6 points in 3 packed bytes
-    m.b.insert(m.b.end(), {'A', 'D', 'P', 'C', 'M'});
-    m.b.insert(m.b.end(), test::ADPCM_EXAMPLE.begin(), test::ADPCM_EXAMPLE.end());
-    for (size_t drop : {0, 1}) {
-        ReadResult r = readOk(Bytes(m.b.begin(), m.b.end() - long(drop)));
-        const std::vector<int16_t> expected(test::ADPCM_POINTS.begin(), test::ADPCM_POINTS.end() - long(2 * drop));
-        EXPECT_EQ(test::pcmOf(r.song->samples[0]), expected);
-        EXPECT_EQ(r.warnings.empty(), drop == 0);
-    }
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // S3M reader: what the corpus does not show. Channel settings that are muted or AdLib drop their
 // channels and the rest close up; a mono song keeps its right pans from making the written file
-// stereo. ModPlug's ADPCM samples are unpacked. The corpus goes through corpus_fixpoint_test and, judged by libxmp,
+// stereo. The corpus goes through corpus_fixpoint_test and, judged by libxmp,
 // tests/tools/roundtrip_test.
 #include <gtest/gtest.h>
 
@@ -47,23 +47,6 @@ TEST(S3mReader, DroppedChannelsCloseUpAndMonoSongsStayMono) {
         const ReadResult r = readS3m(f.data(), size);
         ASSERT_TRUE(r.song) << r.error;
         EXPECT_EQ(r.song->channelPan[1], pan) << size << " " << flag;
-    }
-}
-
-// ModPlug's ADPCM packing (packing byte 4). Cut short, the points whose bytes are present stay.
-TEST(S3mReader, ModPlugAdpcmSamplesAreUnpacked) {
-    SongHeader song = makeOnePatternSong(SH_ORIGIN_S3M, 1);
-    addSample(song, 0, 6);
-    Bytes f = runWriteModule(song, 1).bytes;
-    const size_t header = size_t{rd16le(&f[96 + rd16le(&f[32])])} * 16;
-    f[header] = 0, f[header + 30] = 4;  // typed empty, as some trackers leave it: read all the same
-    f.resize((size_t{f[header + 13]} << 16 | rd16le(&f[header + 14])) * 16);
-    f.insert(f.end(), ADPCM_EXAMPLE.begin(), ADPCM_EXAMPLE.end());
-    for (size_t drop : {0, 1}) {
-        const ReadResult r = readS3m(f.data(), f.size() - drop);
-        ASSERT_TRUE(r.song) << r.error;
-        EXPECT_EQ(pcmOf(r.song->samples[0]), std::vector<int16_t>(ADPCM_POINTS.begin(), ADPCM_POINTS.end() - long(2 * drop)));
-        EXPECT_EQ(r.warnings.size(), drop);
     }
 }
 

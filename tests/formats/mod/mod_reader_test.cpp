@@ -240,6 +240,9 @@ TEST(ModReaderLayout, HisMastersNoiseReadsAsLibxmpReadsIt) {
     ASSERT_EQ(result.load(writeBack(*readOk(m.b).song)), 0);
     const std::set<std::string> why = test::xmpDifferences(source, result);
     EXPECT_EQ(why.count("sample defaults") + why.count("effects") + why.count("notes"), 0u);
+    m.cell(0, 3, 0, 428, 1, 0x7, 0x12);  // the mega-arpeggio, which a MOD cannot hold, goes too
+    const ReadResult r = readOk(m.b);
+    for (unsigned row = 0; row < 4; ++row) EXPECT_EQ(test::cellCommands(*r.song, 0, row, row == 2).size(), 2u) << row;
 }
 
 TEST(ModReaderLayout, DetectionPicksTheReader) {

@@ -243,6 +243,7 @@ TEST(ModReaderLayout, HisMastersNoiseReadsAsLibxmpReadsIt) {
     m.cell(0, 3, 0, 428, 1, 0x7, 0x12);  // the mega-arpeggio, which a MOD cannot hold, goes too
     const ReadResult r = readOk(m.b);
     for (unsigned row = 0; row < 4; ++row) EXPECT_EQ(test::cellCommands(*r.song, 0, row, row == 2).size(), 2u) << row;
+    EXPECT_EQ(readOk(ModImage("FEST", 4, 1).b).warnings, std::vector<std::string>{});  // nothing of the above, nothing said
 }
 
 TEST(ModReaderLayout, DetectionPicksTheReader) {

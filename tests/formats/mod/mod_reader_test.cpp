@@ -227,7 +227,7 @@ TEST(ModReaderLayout, ChiptrackerReadsAsLibxmpReadsIt) {
 // such patterns would make libxmp refuse the "M.K." file written back).
 TEST(ModReaderLayout, HisMastersNoiseReadsAsLibxmpReadsIt) {
     ModImage m("FEST", 4, 5);
-    m.orders({0, 4}, 2);
+    m.orders({0, 4, 1}, 2);  // pattern 1 named only past the song's end
     m.slot(0, std::vector<int8_t>(64, 5), 254, 64, 0, 1);  // +1 step
     m.cell(0, 0, 0, 428, 1, 0x9, 0x10), m.cell(0, 1, 0, 428, 1, 0xE, 0x12), m.cell(0, 2, 1, 428, 1, 0x8, 0x40);
     for (unsigned p = 1; p <= 4; ++p) {  // pattern 4 is played, so it is kept
@@ -243,6 +243,7 @@ TEST(ModReaderLayout, HisMastersNoiseReadsAsLibxmpReadsIt) {
     m.cell(0, 3, 0, 428, 1, 0x7, 0x12);  // the mega-arpeggio, which a MOD cannot hold, goes too
     const ReadResult r = readOk(m.b);
     for (unsigned row = 0; row < 4; ++row) EXPECT_EQ(test::cellCommands(*r.song, 0, row, row == 2).size(), 2u) << row;
+    EXPECT_TRUE(test::cellCommands(*r.song, 1, 0, 0).empty());
     EXPECT_EQ(readOk(ModImage("FEST", 4, 1).b).warnings, std::vector<std::string>{});  // nothing of the above, nothing said
 }
 

@@ -95,10 +95,11 @@ TEST(ReaderDamage, RefusalsSayWhy) {
     }
 }
 
-// Where a written file's first instrument ('i') or first sample header ('s') starts; 0 for the
-// song header ('h').
+// Where a written file's first instrument ('i'), first sample header ('s') or MTM track lists
+// ('l') start; 0 for the song header ('h').
 size_t recordAt(const Bytes& f, uint32_t origin, char record) {
     if (record == 'h') return 0;
+    if (record == 'l') return 66 + 37 * size_t{f[30]} + 128 + 192 * size_t{rd16le(&f[24])};
     if (origin & SH_ORIGIN_IT) return rd32le(&f[0xC0 + rd16le(&f[0x20]) + (record == 's' ? 4 * rd16le(&f[0x22]) : 0)]);
     if (origin & SH_ORIGIN_MTM) return 66;
     if (origin & SH_ORIGIN_S3M) return size_t{rd16le(&f[96 + rd16le(&f[32])])} * 16;  // past the order list
@@ -147,7 +148,7 @@ TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
         char op;  // '^': flip these bits; '=': set the byte
         uint8_t value;
         const char* warning;
-        char record = 'h';  // `at` counts from: 'h' the file's start, 'i' instrument 0, 's' sample 0
+        char record = 'h';  // `at` counts from: 'h' the file's start, 'i' instrument 0, 's' sample 0, 'l' lists
     } cases[] = {
         {SH_ORIGIN_IT, 0x2C, '^', 0x01, "mono song written back as stereo"},
         {SH_ORIGIN_IT, 0x40, '^', 0x80, "a muted channel that holds notes is written with channel volume 0"},
@@ -161,6 +162,7 @@ TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
         {SH_ORIGIN_MTM, 34, '=', 0x10, "pan positions above 15 cut to 15"},
         {SH_ORIGIN_MTM, 32, '=', 5, "beats per track other than 64 ignored"},
         {SH_ORIGIN_MTM, 34, '=', 0x10, "finetune bits above the low nibble dropped", 's'},
+        {SH_ORIGIN_MTM, 2 * 31, '=', 1, "track-list entries past the channel count dropped", 'l'},
         {IT_INSTRUMENTS, 0x3C, '=', 1, "instrument MIDI channel 1 cannot be kept", 'i'},
         {IT_INSTRUMENTS, 0x15, '=', 0x08, "instrument fade-out above 2047 cut to 2047", 'i'},
         {0, 14, '=', 0x03, "loop type 3 read as ping-pong", 's'},

@@ -195,6 +195,21 @@ TEST(ItReader, WrittenFieldsComeBack) {
     EXPECT_EQ(r.song->patternRows[0], 1024);
 }
 
+// Cell bytes the container has no command for are dropped and said: volume byte 255, a letter
+// past Z.
+TEST(ItReader, CellBytesWithoutACommand) {
+    for (auto [command, value, warning] : {std::tuple{15, 255, "volume-column byte 255 dropped"}, {16, 27, "effects outside A-Z dropped"}}) {
+        SongHeader song = makeSong(SH_ORIGIN_IT, 1);
+        addPattern(song, 1, {addTrackRows(song, {TrackRow{cmd(static_cast<uint8_t>(command), 5)}})});
+        setOrders(song, {0});
+        Bytes f = runWriteModule(song, 1).bytes;
+        f.at(rd32le(&f[0xC0 + rd16le(&f[0x20])]) + 8 + 2) = static_cast<uint8_t>(value);  // past the channel and mask
+        const ReadResult r = readIt(f.data(), f.size());
+        ASSERT_TRUE(r.song) << r.error;
+        EXPECT_TRUE(cellCommands(*r.song, 0, 0, 0).empty());
+        EXPECT_EQ(r.warnings, std::vector<std::string>{std::string("IT: ") + warning});
+    }
+}
 
 }  // namespace
 }  // namespace deqaz

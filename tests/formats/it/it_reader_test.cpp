@@ -18,7 +18,6 @@ namespace deqaz {
 namespace {
 
 using namespace deqaz::test;
-using Bytes = std::vector<uint8_t>;
 using Pcm = std::vector<int16_t>;
 
 // A compressed block: its 16-bit length, then the bits, least significant first.

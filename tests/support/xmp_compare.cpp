@@ -52,23 +52,22 @@ int XmpModule::patternRows(int pattern) const {
     return m.xxp[pattern]->rows;
 }
 
-std::vector<int16_t> XmpModule::samplePcm(int sample, int channel) const {
+std::vector<int16_t> XmpModule::samplePcm(int sample) const {
     std::vector<int16_t> pcm;
     const xmp_module& m = mod();
     if (sample < 0 || sample >= m.smp) return pcm;
     const xmp_sample& s = m.xxs[sample];
     if (!s.data || s.len <= 0) return pcm;
     const size_t frames = static_cast<size_t>(s.len);
-    const size_t first = frames * static_cast<size_t>(channel);
     pcm.resize(frames);
     if (s.flg & XMP_SAMPLE_16BIT) {
         for (size_t i = 0; i < frames; ++i) {
             int16_t v;
-            std::memcpy(&v, s.data + 2 * (first + i), sizeof v);
+            std::memcpy(&v, s.data + 2 * i, sizeof v);
             pcm[i] = v;
         }
     } else {
-        for (size_t i = 0; i < frames; ++i) pcm[i] = static_cast<int16_t>(static_cast<int8_t>(s.data[first + i]) * 256);
+        for (size_t i = 0; i < frames; ++i) pcm[i] = static_cast<int16_t>(static_cast<int8_t>(s.data[i]) * 256);
     }
     return pcm;
 }
@@ -234,7 +233,7 @@ std::set<std::string> xmpDifferences(const XmpModule& src, const XmpModule& out,
             continue;
         }
         if (x.flg != y.flg || x.lps != y.lps || x.lpe != y.lpe) why.insert("sample loop");
-        const std::vector<int16_t> p = src.samplePcm(s, 0), q = out.samplePcm(s, 0);
+        const std::vector<int16_t> p = src.samplePcm(s), q = out.samplePcm(s);
         if (p == q) continue;
         // Points that differ only where libxmp left the source at 0, all in the last eight.
         size_t first = p.size(), count = 0, zeros = 0;

@@ -29,9 +29,8 @@ public:
     xmp_event event(int pattern, int row, int channel) const;
     int patternRows(int pattern) const;
 
-    // A sample's data as 16-bit values (8-bit points scaled by 256), `frames` values of the
-    // given channel (channel 1 of a stereo sample follows channel 0 in libxmp's buffer).
-    std::vector<int16_t> samplePcm(int sample, int channel = 0) const;
+    // A sample's data (its first channel) as 16-bit values, 8-bit points scaled by 256.
+    std::vector<int16_t> samplePcm(int sample) const;
     // The libxmp sample that an instrument plays for a key (0-based), or -1.
     int sampleForKey(int instrument, int key) const;
 

@@ -146,6 +146,8 @@ TEST_F(QazCli, PacksAndUnpacksWholeFolders) {
     r = qaz({"unpack", "-f", "in/a.qaz", "in/a.xm"});
     EXPECT_NE(r.err.find("qaz: in/a.qaz: in/a.xm is an input of this run\n"), std::string::npos) << r.err;
     EXPECT_EQ(dir.get("out/a.xm") + dir.get("in/a.xm"), "keep" + readFile(CORPUS_MODULE));
+    r = qaz({"pack", "-o", "in/a.xm", "in/sub/b.xm"});  // an output folder that is a file
+    EXPECT_NE(r.err.find("qaz: in/sub/b.xm: cannot write in/a.xm/b.qaz: Not a directory\n"), std::string::npos) << r.err;
 
     // verify writes nothing: the module comes back with its own header bytes and reads the same.
     r = qaz({"verify", "--json", "in/a.xm"});

@@ -96,13 +96,14 @@ bool readFile(const fs::path& p, std::vector<uint8_t>& data, std::string& why) {
     return ok;
 }
 
-// Writes `bytes` to a temporary file beside `target`, then renames it into place.
+// Writes `bytes` to a temporary file beside `target`, then renames it into place; `why` names the
+// target and the system's reason when it cannot.
 bool writeAtomically(const fs::path& target, const void* bytes, size_t size, std::string& why) {
     std::error_code ec;
     if (!target.parent_path().empty()) fs::create_directories(target.parent_path(), ec);
     std::string temp = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
     const int fd = mkstemp(temp.data());
-    if (fd < 0) return why = std::strerror(errno), false;
+    if (fd < 0) return why = "cannot write " + target.string() + ": " + std::strerror(errno), false;
     const auto* p = static_cast<const char*>(bytes);
     size_t left = size;
     while (left) {
@@ -114,7 +115,7 @@ bool writeAtomically(const fs::path& target, const void* bytes, size_t size, std
     const int writeErrno = left ? (errno ? errno : ENOSPC) : 0;
     const bool closed = ::close(fd) == 0;
     if (left || !closed || std::rename(temp.c_str(), target.c_str()) != 0) {
-        why = std::strerror(writeErrno ? writeErrno : errno);
+        why = "cannot write " + target.string() + ": " + std::strerror(writeErrno ? writeErrno : errno);
         std::remove(temp.c_str());
         return false;
     }

@@ -145,8 +145,8 @@ TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
     const struct {
         uint32_t origin;
         size_t at;
-        char op;  // '^': flip these bits; '=': set the byte
-        uint8_t value;
+        char op;  // '^': flip these bits; '=': set the byte; 'L': set four bytes, little-endian
+        uint32_t value;
         const char* warning;
         char record = 'h';  // `at` counts from: 'h' the file's start, 'i' instrument 0, 's' sample 0, 'l' lists
     } cases[] = {
@@ -165,6 +165,7 @@ TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
         {SH_ORIGIN_MTM, 2 * 31, '=', 1, "track-list entries past the channel count dropped", 'l'},
         {IT_INSTRUMENTS, 0x3C, '=', 1, "instrument MIDI channel 1 cannot be kept", 'i'},
         {IT_INSTRUMENTS, 0x15, '=', 0x08, "instrument fade-out above 2047 cut to 2047", 'i'},
+        {IT_INSTRUMENTS, 0x3C, 'L', 0x01000002, "high byte of an instrument's MIDI bank dropped", 'i'},  // channel 2, bank 256
         {0, 14, '=', 0x03, "loop type 3 read as ping-pong", 's'},
         {0, 33, '=', 0x01, "key map of a one-sample instrument written as all zeros", 'i'},
     };
@@ -172,7 +173,8 @@ TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
         Bytes file = written(c.origin);
         const ReadResult before = readModule(file.data(), file.size());
         const size_t at = recordAt(file, c.origin, c.record) + c.at;
-        file.at(at) = c.op == '^' ? file.at(at) ^ c.value : c.value;
+        if (c.op == 'L') wr32le(&file.at(at + 3) - 3, c.value);
+        else file.at(at) = static_cast<uint8_t>(c.op == '^' ? file.at(at) ^ c.value : c.value);
         const ReadResult r = readModule(file.data(), file.size());
         ASSERT_TRUE(r.song) << c.warning << ": " << r.error;
         auto says = [&](const ReadResult& x) {

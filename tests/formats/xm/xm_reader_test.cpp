@@ -218,10 +218,13 @@ TEST(XmReaderRecords, TrailingChunksComeBack) {
     Bytes other;
     putText(other, "MIDI", 4), put32(other, 4896), other.insert(other.end(), midi.begin(), midi.end());
     putText(other, "FX20", 4), put32(other, 1), other.push_back(7);  // past the last slot, FX19
+    putText(other, "PNAM", 4), put32(other, 1), other.push_back('p');
+    putText(other, "XTPM", 4), put32(other, 0);  // OpenMPT's properties, which end what can be read
     ReadResult r2 = readOk(buildXm({{}}, other));
     EXPECT_EQ(r2.song->sfxMacro[1] + r2.song->sfxMacro[2] + r2.song->zxxMacro[2], 0);
     EXPECT_EQ(r2.warnings, (std::vector<std::string>{"XM: MIDI macros the container cannot hold dropped (3 times)",
-                                                     "XM: plugin chunks FX20 and above dropped"}));
+                                                     "XM: plugin chunks FX20 and above dropped", "XM: pattern and channel names dropped",
+                                                     "XM: OpenMPT extended properties dropped"}));
 }
 
 }  // namespace

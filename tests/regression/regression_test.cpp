@@ -19,10 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 using namespace deqaz::test;
 
-bool endsWith(const std::string& s, const std::string& tail) {
-    return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
-}
-
 TEST(FuzzRegressions, EveryKeptInputEndsAsItsNameSays) {
     const fs::path dir = fs::path(DEQAZ_SOURCE_DIR) / "tests/regression/inputs";
     unsigned seen = 0;
@@ -46,11 +42,11 @@ TEST(FuzzRegressions, EveryKeptInputEndsAsItsNameSays) {
         ++seen;
         if (name.rfind("convert-", 0) != 0) continue;
         Loaded r = loadQaz(file);
-        if (endsWith(name, ".broken.qaz")) {
+        if (name.ends_with(".broken.qaz")) {
             EXPECT_FALSE(r.song);
             EXPECT_EQ(r.error, "Something is wrong with this file!");
         } else {
-            ASSERT_TRUE(endsWith(name, ".loads.qaz")) << "name the expected outcome";
+            ASSERT_TRUE(name.ends_with(".loads.qaz")) << "name the expected outcome";
             ASSERT_TRUE(r.song) << r.error;
             const WriteResult w = runWriteModule(*r.song, 1);
             EXPECT_FALSE(w.failed);

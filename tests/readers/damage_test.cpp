@@ -95,11 +95,12 @@ TEST(ReaderDamage, RefusalsSayWhy) {
     }
 }
 
-// Where a written file's first instrument ('i'), first sample header ('s') or MTM track lists
-// ('l') start; 0 for the song header ('h').
+// Where a written file's first instrument ('i'), first sample header ('s'), MTM track lists ('l')
+// or first plugin chunk ('f') start; 0 for the song header ('h').
 size_t recordAt(const Bytes& f, uint32_t origin, char record) {
     if (record == 'h') return 0;
     if (record == 'l') return 66 + 37 * size_t{f[30]} + 128 + 192 * size_t{rd16le(&f[24])};
+    if (record == 'f') return size_t(std::search(f.begin(), f.end(), "FX0", "FX0" + 3) - f.begin());
     if (origin & SH_ORIGIN_IT) return rd32le(&f[0xC0 + rd16le(&f[0x20]) + (record == 's' ? 4 * rd16le(&f[0x22]) : 0)]);
     if (origin & SH_ORIGIN_MTM) return 66;
     if (origin & SH_ORIGIN_S3M) return size_t{rd16le(&f[96 + rd16le(&f[32])])} * 16;  // past the order list
@@ -148,7 +149,7 @@ TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
         char op;  // '^': flip these bits; '=': set the byte; 'L': set four bytes, little-endian
         uint32_t value;
         const char* warning;
-        char record = 'h';  // `at` counts from: 'h' the file's start, 'i' instrument 0, 's' sample 0, 'l' lists
+        char record = 'h';  // `at` counts from the record recordAt names
     } cases[] = {
         {SH_ORIGIN_IT, 0x2C, '^', 0x01, "mono song written back as stereo"},
         {SH_ORIGIN_IT, 0x40, '^', 0x80, "a muted channel that holds notes is written with channel volume 0"},
@@ -166,6 +167,7 @@ TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
         {IT_INSTRUMENTS, 0x3C, '=', 1, "instrument MIDI channel 1 cannot be kept", 'i'},
         {IT_INSTRUMENTS, 0x15, '=', 0x08, "instrument fade-out above 2047 cut to 2047", 'i'},
         {IT_INSTRUMENTS, 0x3C, 'L', 0x01000002, "high byte of an instrument's MIDI bank dropped", 'i'},  // channel 2, bank 256
+        {SH_ORIGIN_IT, 2, '=', '2', "plugin chunks FX20 and above dropped", 'f'},
         {0, 14, '=', 0x03, "loop type 3 read as ping-pong", 's'},
         {0, 33, '=', 0x01, "key map of a one-sample instrument written as all zeros", 'i'},
     };

@@ -612,6 +612,10 @@ bool readSongFields(const uint8_t* data, const ItHeader& h, SongHeader& song, Re
 // and the song message wherever it lies.
 bool readExtras(const uint8_t* data, size_t size, size_t pos, const ItHeader& h, SongHeader& song,
                 HeapArray<uint8_t>& channelFx, ReadWarnings& warnings) {
+    // Without instrument mode, deqaz's IT writer keeps room in the offset table for the
+    // instrument records it leaves out: zero entries the header does not count.
+    if (!(h.flags & FLAG_INSTRUMENTS) && h.instruments == 0)
+        while (pos <= size && size - pos >= 4 && rd32le(data + pos) == 0) pos += 4;
     if ((h.special & SPECIAL_EDIT_HISTORY) && size - pos >= 2) pos += 2 + 8 * size_t{rd16le(data + pos)};
     if (h.special & SPECIAL_MIDI_CONFIG) {
         if (pos <= size && size - pos >= midi::BLOCK_SIZE) {

@@ -95,6 +95,11 @@ TEST(ReaderDamage, RefusalsSayWhy) {
     }
 }
 
+// Whether a warning of the read holds `text`.
+bool says(const ReadResult& r, const char* text) {
+    return std::any_of(r.warnings.begin(), r.warnings.end(), [&](const std::string& w) { return w.find(text) != std::string::npos; });
+}
+
 // Where a written file's first instrument ('i'), first sample header ('s'), MTM track lists ('l')
 // or first plugin chunk ('f') start; 0 for the song header ('h').
 size_t recordAt(const Bytes& f, uint32_t origin, char record) {
@@ -133,8 +138,7 @@ TEST(ReaderDamage, ModPlugAdpcmSamplesAreUnpacked) {
             ASSERT_TRUE(r.song) << c.origin << ": " << r.error;
             const std::vector<int16_t> expected(ADPCM_POINTS.begin(), ADPCM_POINTS.end() - long(2 * drop));
             EXPECT_EQ(pcmOf(r.song->samples[0]), expected) << c.origin << " " << drop;
-            const auto cut = [](const std::string& w) { return w.find("cut short") != std::string::npos; };
-            EXPECT_EQ(std::any_of(r.warnings.begin(), r.warnings.end(), cut), drop > 0) << c.origin;
+            EXPECT_EQ(says(r, "cut short"), drop > 0) << c.origin;
         }
     }
 }
@@ -179,11 +183,7 @@ TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
         else file.at(at) = static_cast<uint8_t>(c.op == '^' ? file.at(at) ^ c.value : c.value);
         const ReadResult r = readModule(file.data(), file.size());
         ASSERT_TRUE(r.song) << c.warning << ": " << r.error;
-        auto says = [&](const ReadResult& x) {
-            return std::any_of(x.warnings.begin(), x.warnings.end(),
-                               [&](const std::string& w) { return w.find(c.warning) != std::string::npos; });
-        };
-        EXPECT_TRUE(says(r) && !says(before)) << c.warning;
+        EXPECT_TRUE(says(r, c.warning) && !says(before, c.warning)) << c.warning;
     }
 }
 

@@ -21,7 +21,6 @@ public:
 
     // Loads the module; returns libxmp's result (0 on success, a negative XMP_ERROR_* otherwise).
     int load(const std::vector<uint8_t>& bytes);
-    bool loaded() const { return loaded_; }
 
     const xmp_module& mod() const { return *info_.mod; }
 

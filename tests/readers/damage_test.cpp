@@ -162,6 +162,7 @@ TEST(ReaderLosses, EachConstructTheContainerCannotHoldIsSaid) {
         {0, 74, '^', 0x02, "header flags other than linear slides dropped"},
         {SH_ORIGIN_S3M, 38, '^', 0x01, "header flags for ST2 vibrato, ST2 tempo or Amiga slides dropped"},
         {SH_ORIGIN_S3M, 42, '^', 0x04, "unknown sample format read as unsigned"},
+        {SH_ORIGIN_S3M, 30, '=', 1, "packed sample data other than ModPlug's 8-bit ADPCM is not supported", 's'},
         {SH_ORIGIN_MOD, 20 + 24, '^', 0x10, "finetune bits above the low nibble dropped"},
         {SH_ORIGIN_MOD, 951, '=', 0, "restart byte 0 written back as 127"},
         {SH_ORIGIN_MTM, 34, '=', 0x10, "pan positions above 15 cut to 15"},

@@ -43,7 +43,7 @@ TEST(S3mHeader, ChannelSettingsMasterVolumeAndPanTable) {
     S3mFile f = write(s);
     EXPECT_EQ(f.bytes(64, 4), (Bytes{1, 9, 2, 10}));  // centre counts as left
     EXPECT_EQ(f.bytes(68, 28), Bytes(28, 0xFF));
-    EXPECT_EQ(f.u8(51), 0xB0);
+    EXPECT_EQ(f.bytes(51, 13), (Bytes{0xB0, 0, 0xFC, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));  // no ultra-click, no special data
     // Pan table: all 32 slots, beyond the channel count too, then zeros to the next paragraph.
     const size_t pans = f.tableAt() + 2;
     EXPECT_EQ(f.bytes(pans, 7), (Bytes{0x20, 0x2F, 0x27, 0x2B, 0x2F, 0x22, 0x27}));

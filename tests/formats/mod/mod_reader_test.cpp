@@ -204,9 +204,8 @@ TEST(ModReaderLayout, ChiptrackerReadsAsLibxmpReadsIt) {
     wr16be(&kris[22 + 22], 3), kris[22 + 25] = 48, wr16be(&kris[22 + 26], 2), wr16be(&kris[22 + 28], 2);
     std::memcpy(&kris[952], "KRIS", 4);
     kris[956] = 2, kris[957] = 1;  // song length, restart
-    const uint8_t table[8] = {0, 1, 0, 1, 1, 0, 1, 1};
-    for (int k = 0; k < 8; ++k) kris[958 + 2 * k] = table[k];
-    kris[958 + 2 * 8] = 9;  // past the song's positions: no track the file must hold
+    const uint8_t table[9] = {0, 1, 0, 1, 1, 0, 1, 1, 9};  // the 9th lies past the song: no track it must hold
+    for (int k = 0; k < 9; ++k) kris[958 + 2 * k] = table[k];
     const uint8_t cells[3][4] = {{72, 1, 0x3C, 0x20}, {0xA8, 0, 0x0F, 0x06}, {20, 1, 0, 0}};
     std::copy(cells[0], cells[0] + 4, kris.begin() + 1984 + 3 * 4);            // track 0, row 3
     std::copy(cells[1], cells[1] + 4, kris.begin() + 1984 + 256 + 63 * 4);     // track 1, row 63

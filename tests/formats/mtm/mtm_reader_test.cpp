@@ -76,8 +76,7 @@ TEST(MtmReader, TracksAndListsAreKeptOneForOne) {
     const Row top{0xFF, 0xFA, 0x33};   // note field 63, instrument 63, effect A 0x33
     const std::vector<Row> a = {c2, {}, top};
     Bytes comment = line("two lines");
-    const Bytes more = line(std::string(40, 'x'));
-    comment.insert(comment.end(), more.begin(), more.end());
+    comment.insert(comment.end(), 40, 'x');  // a full line
     const Bytes file = buildMtm(3, {a, a, {{0, 0x0C, 0x20}}}, {{1, 2, 3}, {2, 0, 2}}, {0, 1, 1}, comment,
                                 {{{0x00, 0x80, 0xFF, 0x7F}, 1, 3, 5, 48}, {{0x00, 0x00, 0x00, 0x80, 0xFF, 0xFF}, 0, 4, 15, 64, 1}});
     ReadResult r = readOk(file);
@@ -105,12 +104,14 @@ TEST(MtmReader, TracksAndListsAreKeptOneForOne) {
     EXPECT_EQ(out[32], 0);
     out[32] = file[32];
     EXPECT_EQ(out, file);
-    // More channels than MultiTracker has: 32, and said.
-    Bytes wide = file;
-    wide[33] = 40;
-    r = readOk(wide);
-    EXPECT_EQ(r.song->channels, 32);
-    EXPECT_FALSE(r.warnings.empty());
+    // 32 channels and 128 orders are MultiTracker's most; more channels read as 32, and said.
+    for (uint8_t channels : {32, 40}) {
+        Bytes wide = file;
+        wide[33] = channels, wide[27] = 127;
+        r = readOk(wide);
+        EXPECT_EQ(r.song->channels, 32);
+        EXPECT_EQ(r.warnings.size(), channels / 40u);
+    }
 }
 
 TEST(MtmReader, CommentLinesJoin) {
@@ -118,8 +119,7 @@ TEST(MtmReader, CommentLinesJoin) {
     Bytes second = line("with\0junk");  // text after a zero byte in a line is lost
     second[4] = 0, second[5] = 'j';
     comment.insert(comment.end(), second.begin(), second.end());
-    const Bytes empty(40, 0);
-    comment.insert(comment.end(), empty.begin(), empty.end());
+    comment.insert(comment.end(), 40, 0);  // an empty line
     comment.insert(comment.end(), {'e', 'n', 'd'});  // a short last line
     const Bytes file = buildMtm(1, {}, {{0}}, {0}, comment, {});
     ReadResult r = readOk(file);

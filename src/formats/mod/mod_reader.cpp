@@ -15,9 +15,9 @@
 //
 // The signatures read: M.K., M!K!, M&K!, N.T., FEST, Startrekker's FLT4 and EXO4 (4 channels),
 // FLT8, FLTM, EXO8 and EXOM (8 channels stored as pairs of 4-channel patterns), CD61, CD81,
-// OKTA, OCTA, xCHN, xxCH, xxCN, TDZx and Digital
-// Tracker's FA04/FA06/FA08 (whose patterns start 4 bytes later). A "M.K." file whose size fits
-// 8 channels exactly and 4 channels not at all is Mod's Grave's 8-channel layout.
+// OKTA, OCTA, xCHN, xxCH, xxCN, TDZx and Digital Tracker's FA04/FA06/FA08 (whose patterns start
+// 4 bytes later). A "M.K." file whose size fits 8 channels exactly and 4 channels not at all is
+// Mod's Grave's 8-channel layout.
 //
 // Soundtracker 2.6 and Ice Tracker ("MTN\0" or "IT10" at 1464) keep the 31 slots but store
 // reusable 64-row tracks instead of patterns: after the slots come the song length, the track

@@ -156,7 +156,8 @@ TEST(ModReaderLayout, FifteenSampleModules) {
     EXPECT_EQ(readModule(noise.data(), noise.size()).error, "unknown module format: no IT, XM, S3M, MTM or MOD signature");
     // A crunched file is named as such, whichever end carries the packer's mark.
     std::memcpy(noise.data(), "ICE!", 4);
-    EXPECT_EQ(readModule(noise.data(), noise.size()).error, "packed with Pack-Ice, not a module: unpack it first");
+    for (size_t n : {size_t{12}, noise.size()})  // 12 bytes: the mark and the two sizes
+        EXPECT_EQ(readModule(noise.data(), n).error, "packed with Pack-Ice, not a module: unpack it first");
     std::memcpy(noise.data(), "abcd", 4);
     std::memcpy(noise.data() + noise.size() - 4, "Ice!", 4);
     EXPECT_EQ(readModule(noise.data(), noise.size()).error, "packed with Pack-Ice, not a module: unpack it first");
@@ -258,9 +259,6 @@ TEST(ModReaderLayout, DetectionPicksTheReader) {
     std::memcpy(mtm.data(), "MTM\x10", 4);
     mtm[33] = 4;
     EXPECT_EQ(readModule(mtm.data(), mtm.size()).song->origin(), Origin::MTM);
-    Bytes it(64, 0);
-    std::memcpy(it.data(), "IMPM", 4);
-    EXPECT_NE(readModule(it.data(), it.size()).error.rfind("unknown module format", 0), 0u);
 }
 
 }  // namespace

@@ -130,7 +130,8 @@ TEST(ItInverseTranslation, EveryVolumeByteAndLetterComesBack) {
 
 // Fields that the corpus cannot pin, because a wrong reading would come back the same through
 // the writer: the mixing volume's code, the macros a pattern uses, the instrument layout of files
-// made for versions below 2.00, and a pattern longer than its 16-bit length field holds.
+// made for versions below 2.00, a message without its flag, and a pattern longer than its 16-bit
+// length field holds.
 TEST(ItReader, WrittenFieldsComeBack) {
     SongHeader song = makeOnePatternSong(SH_ORIGIN_IT | SH_IT_INSTRUMENTS, 2);
     addPattern(song, 1, {addTrackRows(song, {TrackRow{cmd(43, 0xF1), cmd(47, 0x80)}}), 0});
@@ -144,16 +145,17 @@ TEST(ItReader, WrittenFieldsComeBack) {
         const WriteResult w = runWriteModule(song, 1);
         const ReadResult r = readIt(w.bytes.data(), w.bytes.size());
         ASSERT_TRUE(r.song) << r.error;
-        EXPECT_EQ(r.song->mixVolume, code);
-        EXPECT_EQ(r.song->instruments.at(0).midiChannel, 1);
-        EXPECT_EQ((std::array<int, 4>{r.song->sfxMacro[0], r.song->sfxMacro[1], r.song->zxxMacro[0], r.song->zxxMacro[1]}),
-                  (std::array<int, 4>{1, 0xFF, 0x200, 0x80}));
+        const SongHeader& s = *r.song;
+        EXPECT_EQ((std::array<int, 6>{s.mixVolume, s.instruments.at(0).midiChannel, s.sfxMacro[0], s.sfxMacro[1], s.zxxMacro[0], s.zxxMacro[1]}),
+                  (std::array<int, 6>{code, 1, 1, 0xFF, 0x200, 0x80}));
     }
 
     // The old layout: one volume envelope of (tick, value) byte pairs ended by tick 0xFF, a
     // fade-out counted half as fine, an on/off duplicate-note check.
+    song.message = "a note";
     Bytes f = runWriteModule(song, 1).bytes;
     wr16le(&f[0x2A], 0x100);
+    f[0x2E] &= 0xFE;  // and the message flag cleared: its length and offset alone are no message
     uint8_t* ins = &f[rd32le(&f[192 + rd16le(&f[0x20])])];
     std::fill(ins + 0x11, ins + 0x20, 0);
     std::fill(ins + 0x130, ins + 554, 0);
@@ -169,6 +171,7 @@ TEST(ItReader, WrittenFieldsComeBack) {
     EXPECT_EQ((std::array<int, 5>{i.newNoteAction, i.duplicateCheckType, i.duplicateCheckAction, i.pan, i.globalVolume}),
               (std::array<int, 5>{3, 1, 0, -1, 128}));
     EXPECT_EQ(i.name, "Instrument");
+    EXPECT_EQ(r.song->message, "");
 
     // 200 rows of 64 cells of 6 bytes: the length field holds the packed size modulo 65536.
     SongHeader big = makeSong(SH_ORIGIN_IT, 64);

@@ -1,5 +1,5 @@
 // MOD reader: periods to notes and back, signatures to channel counts (and the signature the
-// writer gives back), FLT8's split patterns, sample slots, the 15-sample layout, format detection,
+// writer gives back), FLT8's split patterns, sample slots, the 15-sample layout, Pack-Ice detection,
 // damaged files.
 #include <gtest/gtest.h>
 
@@ -125,9 +125,8 @@ TEST(ModReaderLayout, SplitPatternsLyingSignaturesAndOrders) {
     m.b[m.tableAt + 1] = 0x7F;  // restart 127 is "none"
     EXPECT_EQ(readOk(m.b).song->restartPos, 0);
     for (size_t cut : {3, 6}) {  // as libxmp reads it: cut to the data present, or silence where none is
-        const Bytes short_(m.b.begin(), m.b.end() - long(cut));
         const std::vector<int16_t> expected = cut == 3 ? std::vector<int16_t>{2560, 5120, 7680} : std::vector<int16_t>(6);
-        EXPECT_EQ(test::pcmOf(readOk(short_).song->samples[1]), expected);
+        EXPECT_EQ(test::pcmOf(readOk(Bytes(m.b.begin(), m.b.end() - long(cut))).song->samples[1]), expected);
     }
     // Pattern 2, named only past the song length, is not stored where the file's size says so.
     ModImage two("M.K.", 4, 2);
@@ -161,6 +160,9 @@ TEST(ModReaderLayout, FifteenSampleModules) {
     std::memcpy(noise.data(), "abcd", 4);
     std::memcpy(noise.data() + noise.size() - 4, "Ice!", 4);
     EXPECT_EQ(readModule(noise.data(), noise.size()).error, "packed with Pack-Ice, not a module: unpack it first");
+    ModImage mod("M.K.", 4, 1);
+    std::memcpy(mod.b.data(), "Ice! Ice!", 9);  // a song name, not the packer's mark
+    EXPECT_EQ(readModule(mod.b.data(), mod.b.size()).song->origin(), Origin::MOD);
 }
 
 // Soundtracker 2.6 / Ice Tracker: reusable tracks, four named for each song position.
@@ -249,16 +251,6 @@ TEST(ModReaderLayout, HisMastersNoiseReadsAsLibxmpReadsIt) {
     for (unsigned row = 0; row < 4; ++row) EXPECT_EQ(test::cellCommands(*r.song, 0, row, row == 2).size(), 2u) << row;
     EXPECT_TRUE(test::cellCommands(*r.song, 1, 0, 0).empty());
     EXPECT_EQ(readOk(ModImage("FEST", 4, 1).b).warnings, std::vector<std::string>{});  // nothing of the above, nothing said
-}
-
-TEST(ModReaderLayout, DetectionPicksTheReader) {
-    ModImage mod("M.K.", 4, 1);
-    std::memcpy(mod.b.data(), "Ice! Ice!", 9);  // a song name, not the packer's mark
-    EXPECT_EQ(readModule(mod.b.data(), mod.b.size()).song->origin(), Origin::MOD);
-    Bytes mtm(66 + 128 + 64, 0);
-    std::memcpy(mtm.data(), "MTM\x10", 4);
-    mtm[33] = 4;
-    EXPECT_EQ(readModule(mtm.data(), mtm.size()).song->origin(), Origin::MTM);
 }
 
 }  // namespace

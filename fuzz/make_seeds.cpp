@@ -1,13 +1,13 @@
 // Writes the seed corpora of the fuzz targets, one folder per target, every QAZ file and stream
 // made by the project's own writers and encoders:
-//   convert/  QAZ files: the rich test module for every origin, versions 4 and 5, lossy Vorbis
-//             (with and without shared header pages) and Layer III; and QAZ files of the
-//             smallest modules of the shared corpus, as read and in the smallest lossless coding.
+//   convert/  QAZ files of the smallest modules of the shared corpus: versions 4 and 5, the
+//             smallest lossless coding, lossy Vorbis (with and without shared header pages) and
+//             Layer III.
 //   unpack/   packed bodies of those modules, prefixed with their body size; the worked streams.
 //   predict/  streams of the four prediction encoders over assorted signals.
 //   vorbis/   Ogg Vorbis streams, whole and split into header pages and audio pages.
 //   layer3/   Layer III frame sequences for MPEG-1, MPEG-2 and MPEG-2.5, mono and stereo.
-//   tracks/   encoded tracks using every command, and hand-made damaged ones.
+//   tracks/   those modules' tracks, and hand-made damaged ones.
 //   readers/  the shared corpus's module files up to 16 KB (damaged ones included), as they are.
 // The prefixes of each target's input are described in fuzz_paths.hpp.
 //   make_seeds OUTDIR [CORPUS_DIR]
@@ -22,12 +22,10 @@
 
 #include "container/pack.hpp"
 #include "container/qaz_writer.hpp"
-#include "container/track_encoder.hpp"
 #include "fuzz_paths.hpp"
 #include "readers/module_reader.hpp"
 #include "samples/lossy_encode.hpp"
 #include "samples/predict.hpp"
-#include "support/module_builder.hpp"
 #include "support/signals.hpp"
 
 using namespace deqaz;
@@ -70,35 +68,6 @@ std::vector<int16_t> signal(size_t count, unsigned seed, bool eightBit) {
     return v;
 }
 
-// Rows that between them use every command number with assorted parameters, commands competing
-// in one row, note cut and note off, a command 0 that ends the list, and the largest row a group
-// holds.
-std::vector<std::vector<TrackRow>> commandTracks() {
-    std::vector<TrackRow> every(64), clashes(64);
-    for (unsigned r = 0; r < 64; ++r)
-        every[r] = {{CMD_NOTE, static_cast<uint8_t>((r * 7) % 120)}, {CMD_INSTRUMENT, static_cast<uint8_t>(r % 3)},
-                    {static_cast<uint8_t>(3 + r % 49), static_cast<uint8_t>(r * 37 + 5)}};
-    const uint8_t pairs[][4] = {{15, 40, 20, 0x0F}, {6, 16, 34, 0x20}, {7, 4, 34, 0x02}, {11, 64, 11, 255},
-                                {5, 8, 4, 0x10},    {6, 32, 7, 3},     {31, 5, 32, 9},   {21, 0xF0, 27, 0x0F},
-                                {48, 4, 49, 3},     {50, 2, 15, 64},   {29, 1, 30, 2},   {47, 0x80, 51, 1}};
-    for (unsigned r = 0; r < std::size(pairs); ++r)
-        clashes[r * 2] = {{pairs[r][0], pairs[r][1]}, {pairs[r][2], pairs[r][3]}, {9, 0x11}};
-    clashes[30] = {{CMD_NOTE, 254}};
-    clashes[31] = {{CMD_NOTE, 255}, {CMD_INSTRUMENT, 0}};
-    clashes[40] = TrackRow(15, TrackCommand{8, 0x33});
-    clashes[41] = {{0, 0}, {CMD_NOTE, 60}};
-    clashes[42] = {{60, 1}, {255, 255}, {CMD_NOTE, 119}};
-    return {every, clashes};
-}
-
-// The rich test module, its third pattern playing the command tracks.
-SongHeader richModule(uint32_t flags) {
-    SongHeader song = test::makeRichModule(flags);
-    unsigned c = 0;
-    for (const auto& rows : commandTracks()) song.patternTracks[2 * song.channels + c++] = test::addTrackRows(song, rows);
-    return song;
-}
-
 // The packed body of a QAZ file as the unpack target takes it (the sample data left out).
 void writeUnpackSeed(const std::string& name, const SongHeader& song, uint8_t version) {
     std::vector<SampleStorage> storage;
@@ -108,45 +77,35 @@ void writeUnpackSeed(const std::string& name, const SongHeader& song, uint8_t ve
     writeSeed("unpack", name, seed({{static_cast<uint32_t>(body.size()), 4}}, {packBody(body.data(), body.size())}));
 }
 
-void writeModuleSeeds() {
-    const std::pair<const char*, uint32_t> origins[] = {
-        {"it", SH_ORIGIN_IT | SH_IT_INSTRUMENTS | SH_LINEAR_SLIDES | SH_IT_FLAG_1000},
-        {"it-smp", SH_ORIGIN_IT | SH_IT_NO_COMPAT_GXX | SH_IT_NO_OLD_EFFECTS},
-        {"s3m", SH_ORIGIN_S3M | SH_S3M_ST300_VOLSLIDES | SH_S3M_AMIGA_LIMITS},
-        {"mod", SH_ORIGIN_MOD},
-        {"mtm", SH_ORIGIN_MTM},
-        {"xm", SH_LINEAR_SLIDES | SH_XM_ALT_TRACKER_NAME},
-    };
-    for (const auto& [name, flags] : origins) {
-        const SongHeader song = richModule(flags);
-        for (uint8_t version : {uint8_t{5}, uint8_t{4}}) {
-            const std::string base = std::string(name) + "-v" + std::to_string(version);
-            QazWriteOptions options;
-            options.version = version;
-            writeSeed("convert", base + ".qaz", writeQaz(song, options));
-            writeUnpackSeed(base + ".bin", song, version);
-        }
-        if (flags & SH_LINEAR_SLIDES) {  // lossy storage on the IT and XM origins
-            for (int l = 0; l < 3; ++l) {
-                QazWriteOptions options;
-                options.lossy = l < 2 ? LossyCoding::Vorbis : LossyCoding::Layer3;
-                options.shareVorbisHeaders = l == 1;
-                options.lossyOnlyWhenSmaller = false;
-                options.vorbisQuality = -0.1f;
-                options.layer3Bitrate = 32;
-                const Bytes file = writeQaz(song, options);
-                if (!file.empty()) writeSeed("convert", std::string(name) + "-lossy" + std::to_string(l) + ".qaz", file);
-            }
-        }
-        if (flags & SH_ORIGIN_IT) {  // the rich module's tracks, one seed per options byte
-            for (size_t t = 0; t < song.tracks.size(); ++t)
-                writeSeed("tracks", "rich" + std::to_string(t) + ".bin", seed({{static_cast<uint32_t>(t), 1}}, {Bytes(song.tracks[t].data(), song.tracks[t].data() + song.tracks[t].size())}));
-        }
+// One small corpus module as QAZ seeds: as read in versions 5 and 4, in the smallest lossless
+// coding, and (for the first of each format) in Vorbis, Vorbis with shared header pages and
+// Layer III; its packed body; and its tracks for the track walk.
+void writeModuleSeeds(const std::string& name, SongHeader& song, bool lossy) {
+    for (uint8_t version : {uint8_t{5}, uint8_t{4}}) {
+        QazWriteOptions options;
+        options.version = version;
+        writeSeed("convert", name + "-v" + std::to_string(version) + ".qaz", writeQaz(song, options));
     }
+    writeUnpackSeed(name + ".bin", song, 5);
+    for (size_t t = 0; t < song.tracks.size() && t < 8; ++t)
+        writeSeed("tracks", name + "-" + std::to_string(t) + ".bin",
+                  seed({{static_cast<uint32_t>(t), 1}}, {Bytes(song.tracks[t].data(), song.tracks[t].data() + song.tracks[t].size())}));
+    for (int l = 0; lossy && l < 3; ++l) {
+        QazWriteOptions options;
+        options.lossy = l < 2 ? LossyCoding::Vorbis : LossyCoding::Layer3;
+        options.shareVorbisHeaders = l == 1;
+        options.lossyOnlyWhenSmaller = false;
+        options.vorbisQuality = -0.1f;
+        options.layer3Bitrate = 32;
+        const Bytes file = writeQaz(song, options);
+        if (!file.empty()) writeSeed("convert", name + "-lossy" + std::to_string(l) + ".qaz", file);
+    }
+    chooseSmallestLossless(song);
+    writeSeed("convert", name + "-coded.qaz", writeQaz(song));
 }
 
-// The smallest three modules of each format that the readers accept, each stored as read and in
-// the smallest lossless coding; the module files up to 16 KB seed the readers.
+// The smallest three modules of each format that the readers accept make the QAZ seeds; the
+// module files up to 16 KB seed the readers.
 void writeCorpusSeeds(const fs::path& corpus) {
     if (!fs::is_directory(corpus)) {
         std::fprintf(stderr, "make_seeds: no corpus at %s, skipping corpus seeds\n", corpus.c_str());
@@ -165,15 +124,9 @@ void writeCorpusSeeds(const fs::path& corpus) {
         const Bytes data((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
         if (bytes <= 16000) writeSeed("readers", path.stem().string() + ext, data);
         ReadResult read = readModule(data.data(), data.size());
-        if (taken[ext] >= 3 || !read.song) continue;
-        const std::string name = "corpus-" + path.stem().string();
-        const Bytes plain = writeQaz(*read.song);
-        if (plain.empty() || plain.size() > 48000) continue;  // small seeds keep each execution short
-        writeSeed("convert", name + ".qaz", plain);
-        writeUnpackSeed(name + ".bin", *read.song, 5);
-        chooseSmallestLossless(*read.song);
-        writeSeed("convert", name + "-coded.qaz", writeQaz(*read.song));
-        ++taken[ext];
+        if (taken[ext] >= 3 || !read.song || read.song->samples.empty()) continue;
+        if (writeQaz(*read.song).size() > 48000) continue;  // small seeds keep each execution short
+        writeModuleSeeds("corpus-" + path.stem().string(), *read.song, taken[ext]++ == 0);
     }
 }
 
@@ -242,7 +195,6 @@ int main(int argc, char** argv) {
     }
     outRoot = argv[1];
     initLossyDecoders();
-    writeModuleSeeds();
     writeCorpusSeeds(argc > 2 ? fs::path(argv[2]) : fs::path(DEQAZ_CORPUS));
     writeStreamSeeds();
     std::printf("make_seeds: %d seed files in %s\n", written, outRoot.c_str());

@@ -80,20 +80,6 @@ TEST(ContainerHeader, ParsesBothLayoutsAndRejectsBadOnes) {
     EXPECT_FALSE(parseContainerHeader(nullptr, 12, h));
 }
 
-TEST(ReadGamma, LargestValueAndOverflow) {
-    StreamBuilder b(0);
-    b.gamma(0xFFFFFFFFu);
-    BitReader m{b.out.data() + 1, b.out.data() + b.out.size()};
-    EXPECT_EQ(readGamma(m), 0xFFFFFFFFu);
-    EXPECT_FALSE(m.overrun);
-    // An endless run of 1 bits would grow past 32 bits: it stops, marked, within the data.
-    const Bytes ones(40, 0xFF);
-    BitReader o{ones.data(), ones.data() + ones.size()};
-    readGamma(o);
-    EXPECT_TRUE(o.overrun);
-    EXPECT_LT(o.next - ones.data(), 10);  // 32 digits take 64 bits: 8 or 9 control bytes
-}
-
 // The worked streams, a stream with trailing bytes, and one with every form of code: each unpacks
 // whole; with less room it stops cleanly before the match that does not fit; cut anywhere it
 // fails, within the bytes it had, writing nothing the whole stream would not.

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -83,101 +82,6 @@ TEST(Layer3Decode, MatchesMpg123AcrossVersionsRatesAndChannels) {
         EXPECT_EQ(std::memcmp(part.data(), ref.data(), 8003), 0);
         for (size_t i = 8003; i < part.size(); ++i) ASSERT_EQ(part[i], 0x5A) << i;
     }
-}
-
-TEST(Layer3Decode, CodecParamDiscardsLeadingOutputBytes) {
-    const auto mono = encode(1, 44100, 96);
-    const auto full = decode(mono, 20000);
-    // 1152 bytes: half of the first frame; the buffer starts with its second half.
-    expectRunThenSilence(decode(mono, 5000, 1152), full, 5000, 576);
-
-    // Bytes, not frames: an odd count shifts the stream by one byte.
-    const auto stereo = encode(2, 32000, 128);
-    const auto fullStereo = decode(stereo, 40000);
-    const auto shifted = decode(stereo, 10000, 4001);
-    EXPECT_EQ(std::memcmp(shifted.data(), reinterpret_cast<const uint8_t*>(fullStereo.data()) + 4001, 20000), 0);
-}
-
-TEST(Layer3Decode, HeadersMustAgreeWithTheFirstValidOne) {
-    const auto a = encode(1, 44100, 128, 6000);
-    const auto fullA = decode(a, 30000);
-    const size_t valuesA = frameStarts(a).size() * 1152;
-
-    // Junk ahead of the first frame, near-miss headers included (bitrate 15, reserved version,
-    // reserved layer, sampling rate 3, free format), is skipped byte by byte.
-    std::vector<uint8_t> junk = {0xFF, 0xFB, 0xF0, 0x00, 0xFF, 0xEB, 0x90, 0x00, 0xFF, 0xF9, 0x90, 0x00,
-                                 0xFF, 0xFB, 0x9C, 0x00, 0xFF, 0xFB, 0x00, 0x00, 0xFF, 0x13, 0x37};
-    for (int i = 0; i < 300; ++i) junk.push_back(static_cast<uint8_t>(i * 7 % 255));
-    auto s = junk;
-    s.insert(s.end(), a.begin(), a.end());
-    expectRunThenSilence(decode(s, 30000), fullA, valuesA);
-
-    // Frames at another sampling rate (same version, or MPEG-2) are refused.
-    for (long rate : {48000L, 22050L}) {
-        auto changed = a;
-        const auto b = encode(1, rate, 64, 6000);
-        changed.insert(changed.end(), b.begin(), b.end());
-        expectRunThenSilence(decode(changed, 30000), fullA, valuesA);
-    }
-
-    // The first valid header is Layer II: no Layer III frame agrees with it, nothing decodes.
-    std::vector<uint8_t> layer2 = {0xFF, 0xFD, 0x90, 0x04};
-    layer2.resize(522);
-    layer2.insert(layer2.end(), a.begin(), a.end());
-    expectRunThenSilence(decode(layer2, 3000), fullA, 0);
-    expectRunThenSilence(decode(std::vector<uint8_t>(junk.begin() + 4, junk.end()), 3000), fullA, 0);
-}
-
-TEST(Layer3Decode, DamagedStreamsNeverCrash) {
-    const auto stream = encode(2, 22050, 64, 6000, true);
-    const auto starts = frameStarts(stream);
-    const size_t values = starts.size() * 576 * 2;
-    const auto full = decode(stream, values);
-
-    // The CRC is not checked: a wrong one changes nothing.
-    auto badCrc = stream;
-    for (size_t p : starts) badCrc[p + 4] ^= 0x5A;
-    expectRunThenSilence(decode(badCrc, values), full, values);
-
-    // Cut anywhere: every whole frame before the cut decodes as before, then silence.
-    for (size_t cut = 0; cut < stream.size(); cut += 37) {
-        size_t whole = 0;
-        while (whole < starts.size() && (whole + 1 < starts.size() ? starts[whole + 1] : stream.size()) <= cut)
-            ++whole;
-        expectRunThenSilence(decode(std::vector<uint8_t>(stream.begin(), stream.begin() + cut), values), full,
-                             whole * 1152);
-    }
-
-    // Junk between two frames loses sync: the frames before it are intact, and the frame after it,
-    // whose main data began before the junk, decodes as silence rather than from unrelated bytes.
-    const size_t at = starts[starts.size() / 2];
-    ASSERT_GT((stream[at + 4] << 1) | (stream[at + 5] >> 7), 0) << "main_data_begin";
-    auto gap = stream;
-    gap.insert(gap.begin() + static_cast<long>(at), 37, 0x00);
-    const auto withGap = decode(gap, values);
-    const size_t before = starts.size() / 2 * 1152;
-    for (size_t i = 0; i < before; ++i) ASSERT_EQ(withGap[i], full[i]) << i;
-    for (size_t i = before; i < before + 1152; ++i) ASSERT_EQ(withGap[i], 0) << i;
-
-    // Flipped bits in the second half: the frames before them are untouched.
-    std::mt19937 rng(11);
-    const size_t half = starts.size() / 2;
-    for (int trial = 0; trial < 200; ++trial) {
-        auto bad = stream;
-        for (int k = 0; k < 1 + trial % 20; ++k)
-            bad[starts[half] + rng() % (bad.size() - starts[half])] ^= static_cast<uint8_t>(1u << (rng() % 8));
-        const auto out = decode(bad, values + 5000);
-        for (size_t i = 0; i < half * 1152; ++i) ASSERT_EQ(out[i], full[i]) << "trial " << trial;
-    }
-    // Garbage: silence where no header stands, no crash where some do.
-    std::vector<uint8_t> junk(20000);
-    for (auto& b : junk) b = static_cast<uint8_t>(rng() % 0xFF);  // no 0xFF: no header anywhere
-    expectRunThenSilence(decode(junk, 4000), full, 0);
-    for (auto& b : junk) b = static_cast<uint8_t>(rng());
-    decode(junk, 40000);
-    std::vector<int16_t> none(10, 7);
-    decodeLayer3Sample(nullptr, 0, 0, none.data(), 20);
-    EXPECT_EQ(none, std::vector<int16_t>(10, 0));
 }
 
 TEST(Layer3RoundTrip, DelayAlignsAndSignalToNoise) {

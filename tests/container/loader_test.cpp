@@ -1,5 +1,5 @@
-// Loading QAZ files made by the project's writer: every record kind, version differences, the
-// extra chunk list, sample data placement, copies, loop clamping and every failure path.
+// Loading QAZ files made by the project's writer: every record kind, version differences, sample
+// data placement, the writer's choice of coding, and the header and body failures.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -109,118 +109,6 @@ TEST(Loader, HeaderAndBodyFailures) {
     EXPECT_EQ(load(empty).error, "Something is wrong with this file!");
 }
 
-TEST(Loader, ShortBodyReadsAsZeros) {
-    // A version 4 body that stops inside the song header: the rest reads as zeros, so the module
-    // has no channels, patterns or samples, and an order list of 0 entries still counts.
-    SongHeader song = makeOnePatternSong(SH_ORIGIN_S3M, 4);
-    std::vector<uint8_t> body = buildBody(song, 4, {});
-    body.resize(song.name.size() + 1 + 1 + 14);  // up to the initial speed
-    Loaded r = load(assembleQaz(body, 4, {}));
-    ASSERT_TRUE(r.song) << r.error;
-    EXPECT_EQ(r.song->channels, 4);
-    EXPECT_EQ(r.song->orderCount, 1);
-    EXPECT_EQ(r.song->flags, 0u);
-    EXPECT_EQ(r.song->origin(), Origin::XM);
-
-    // Packed data whose last match does not fit the body stops there; the bytes never written
-    // read as zeros too: a literal 0x55 becomes the tempo, and everything after it is clear.
-    std::vector<uint8_t> run = body;
-    run.resize(body.size() + 600, 0x55);
-    std::vector<uint8_t> file = assembleQaz(run, 4, {});
-    wr32le(file.data() + 4, static_cast<uint32_t>(run.size() - 1));
-    Loaded stopped = load(file);
-    ASSERT_TRUE(stopped.song) << stopped.error;
-    EXPECT_EQ(stopped.song->initialTempo, 0x55);
-    EXPECT_EQ(stopped.song->flags, 0u);
-    EXPECT_EQ(stopped.song->channelPan[63], 0);
-    EXPECT_EQ(stopped.song->zxxMacro[127], 0);
-}
-
-TEST(Loader, ExtraChunkList) {
-    SongHeader song = makeOnePatternSong(SH_ORIGIN_IT | SH_EXTRA_CHUNKS, 4);
-    std::vector<uint8_t> base = buildBody(song, 5, {});
-    base.pop_back();  // the writer's empty list: flag byte 0 and terminator 0
-    base.pop_back();
-    auto loadList = [&](std::vector<uint8_t> list) {
-        std::vector<uint8_t> body = base;
-        body.insert(body.end(), list.begin(), list.end());
-        return load(assembleQaz(body, 5, {}));
-    };
-
-    // No channelFx, then identifier 3 with 10 bytes.
-    Loaded a = loadList({0, 3, 10, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 0});
-    ASSERT_TRUE(a.song);
-    EXPECT_TRUE(a.song->channelFx.empty());
-    EXPECT_TRUE(a.song->fxSlots[2].present);
-    EXPECT_EQ(a.song->fxSlots[2].size, 10u);
-    EXPECT_EQ(a.song->fxSlots[2].data[9], 10);
-
-    // Identifier 25 has no slot and is stepped over; 20 is the last slot; a count past the end
-    // keeps what is there.
-    Loaded b = loadList({1, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 25, 2, 0, 0, 0, 0xAA, 0xBB, 20, 1, 0, 0, 0,
-                         0x77, 5, 100, 0, 0, 0, 1, 2});
-    ASSERT_TRUE(b.song);
-    ASSERT_EQ(b.song->channelFx.size(), 16u);
-    EXPECT_EQ(b.song->channelFx[15], 16);
-    EXPECT_TRUE(b.song->fxSlots[19].present);
-    EXPECT_EQ(b.song->fxSlots[19].data[0], 0x77);
-    EXPECT_EQ(b.song->fxSlots[4].size, 2u);
-    for (int k : {0, 1, 2, 3, 5, 18}) EXPECT_FALSE(b.song->fxSlots[k].present) << k;
-
-    // A count of three bytes' worth, and the chunk after it.
-    std::vector<uint8_t> big{0, 3, 0x01, 0x00, 0x01, 0x00};
-    big.resize(big.size() + 0x10001, 0x42);
-    big.insert(big.end(), {4, 1, 0, 0, 0, 0x55, 0});
-    Loaded d = loadList(big);
-    ASSERT_TRUE(d.song);
-    EXPECT_EQ((std::array<uint32_t, 2>{d.song->fxSlots[2].size, d.song->fxSlots[3].size}), (std::array<uint32_t, 2>{0x10001, 1}));
-
-    // A body that ends right after the sample records loads with no chunks.
-    Loaded c = loadList({});
-    ASSERT_TRUE(c.song);
-    for (const auto& slot : c.song->fxSlots) EXPECT_FALSE(slot.present);
-}
-
-TEST(Loader, LoopsAreClampedToTheData) {
-    SongHeader song = oneSampleModule(SF_16BIT | SF_LOOP | SF_PINGPONG | SF_SUSTAIN, 4000);
-    song.samples[0].loopStart = 100;
-    song.samples[0].loopEnd = 5000;
-    song.samples[0].sustainStart = 4000;
-    song.samples[0].sustainEnd = 4000;
-    Loaded r = load(writeQaz(song));
-    ASSERT_TRUE(r.song);
-    const SampleRecord& s = r.song->samples[0];
-    EXPECT_EQ(s.loopEnd, 4000u);
-    EXPECT_EQ(s.flags & (SF_LOOP | SF_PINGPONG), SF_LOOP | SF_PINGPONG);
-    EXPECT_EQ(s.flags & SF_SUSTAIN, 0);
-
-    song.samples[0].loopStart = 4000;
-    Loaded cleared = load(writeQaz(song));
-    ASSERT_TRUE(cleared.song);
-    EXPECT_EQ(cleared.song->samples[0].flags & (SF_LOOP | SF_PINGPONG), 0);
-}
-
-TEST(Loader, CopiesOfOtherSamples) {
-    SongHeader song = makeOnePatternSong(SH_ORIGIN_IT, 4);
-    addSample(song, SF_16BIT | SF_STEREO, 300, 3);
-    addSample(song, 0, 200, 4);                                                 // raw 8-bit
-    addLoopedSample(song, SF_16BIT | SF_STEREO, 500, 10, 600).storedSize = -2;  // copies the shorter sample 0
-    Loaded r = load(writeQaz(song));
-    ASSERT_TRUE(r.song) << r.error;
-    const SampleRecord& copy = r.song->samples[2];
-    for (int c = 0; c < 2; ++c) {
-        ASSERT_EQ(copy.pcm[c].size(), 500u);
-        EXPECT_EQ(std::memcmp(copy.pcm[c].data(), song.samples[0].pcm[c].data(), 600), 0);
-        EXPECT_EQ(copy.pcm[c][300], 0);
-        EXPECT_EQ(copy.pcm[c][499], 0);
-    }
-    EXPECT_EQ(copy.loopEnd, 500u);
-
-    // A copy reaching before the first sample cannot come from a sound file.
-    song.samples[2].storedSize = -3;
-    EXPECT_EQ(load(writeQaz(song)).error, "Something is wrong with this file!");
-}
-
 TEST(Loader, SampleDataPlacementAndShortInput) {
     // Raw 16-bit stereo of 1000 frames occupies 4000 bytes: left channel, then right.
     SongHeader song = oneSampleModule(SF_16BIT | SF_STEREO, 1000);
@@ -291,27 +179,6 @@ TEST(Loader, AutoCodingStoresEachSampleSmallestAndRepeatsOnce) {
     for (size_t i = 0; i < original.samples.size(); ++i)
         for (int c = 0; c < 2 && original.samples[i].storedSize >= 0; ++c)
             EXPECT_EQ(pcmOf(loaded.song->samples[i], c), pcmOf(original.samples[i], c)) << i;
-}
-
-TEST(Loader, SharedHeaderSamplesCarryTheirSourceIndex) {
-    // SF_COMPRESSED with SF_PREDICT stores two more bytes after the record; the records after it
-    // must still line up. The data are not Ogg, so they decode as (silent) Layer III.
-    SongHeader song = makeOnePatternSong(0, 4);
-    addSample(song, SF_COMPRESSED, 10);
-    addSample(song, SF_COMPRESSED | SF_PREDICT, 10).headerSource = -1;
-    song.samples[1].codecParam = 3;
-    addSample(song, 0, 4).volume = 33;
-    song.samples[2].name = "after";
-    QazWriteOptions opt;
-    opt.codedData = {std::vector<uint8_t>{1, 2, 3, 4, 5}, std::vector<uint8_t>{6, 7}, std::nullopt};
-    Loaded r = load(writeQaz(song, opt));
-    ASSERT_TRUE(r.song) << r.error;
-    EXPECT_EQ(r.song->samples[1].headerSource, -1);
-    EXPECT_EQ(r.song->samples[1].storedSize, 2);
-    EXPECT_EQ(r.song->samples[2].volume, 33);
-    EXPECT_EQ(r.song->samples[2].name, "after");
-    EXPECT_EQ(r.song->samples[2].pcm[0][3], song.samples[2].pcm[0][3]);
-    for (int k = 0; k < 10; ++k) EXPECT_EQ(r.song->samples[1].pcm[0][k], 0);
 }
 
 }  // namespace

@@ -82,45 +82,5 @@ TEST(LossyStorage, SamplesComeBackCloseAndAligned) {
     }
 }
 
-TEST(LossyStorage, SharedVorbisHeadersDecodeAsTheFullStreams) {
-    SongHeader song = tonalModule();
-    song.samples[2].flags = SF_16BIT;  // three mono samples at one rate share one header
-    song.samples[2].pcm[1].reset();
-    QazWriteOptions full, shared;
-    full.lossy = shared.lossy = LossyCoding::Vorbis;
-    shared.shareVorbisHeaders = true;
-    size_t fullSize = 0, sharedSize = 0;
-    const Loaded ra = roundTrip(song, full, fullSize), rb = roundTrip(song, shared, sharedSize);
-    ASSERT_TRUE(ra.song && rb.song);
-    const SongHeader *a = ra.song.get(), *b = rb.song.get();
-    EXPECT_LT(sharedSize + 2000, fullSize);  // two copies of the setup header saved
-    EXPECT_EQ(b->samples[1].flags & (SF_COMPRESSED | SF_PREDICT), SF_COMPRESSED | SF_PREDICT);
-    EXPECT_EQ(b->samples[1].headerSource, -1);
-    EXPECT_EQ(b->samples[2].headerSource, -2);
-    for (size_t i = 0; i < 3; ++i) EXPECT_EQ(pcmOf(a->samples[i]), pcmOf(b->samples[i])) << "sample " << i;
-}
-
-// A short sample whose lossy stream (codec headers, whole frames) would not be smaller than its
-// lossless coding keeps the lossless coding, exactly; asked to, the writer codes it lossily anyway.
-TEST(LossyStorage, ShortSamplesStayLosslessUnlessForced) {
-    SongHeader song = tonalModule();
-    SampleRecord& tiny = addSample(song, SF_16BIT | SF_PREDICT, 100);
-    for (uint32_t k = 0; k < tiny.length; ++k) tiny.pcm[0][k] = static_cast<int16_t>(k * 300);
-    for (LossyCoding coding : {LossyCoding::Vorbis, LossyCoding::Layer3}) {
-        QazWriteOptions o;
-        o.lossy = coding;
-        size_t size = 0;
-        Loaded r = roundTrip(song, o, size);
-        ASSERT_TRUE(r.song);
-        EXPECT_EQ(r.song->samples[4].flags, SF_16BIT | SF_PREDICT);
-        EXPECT_EQ(pcmOf(r.song->samples[4]), pcmOf(tiny));
-        EXPECT_TRUE(r.song->samples[1].flags & SF_COMPRESSED);  // long samples still go lossy
-        o.lossyOnlyWhenSmaller = false;
-        r = roundTrip(song, o, size);
-        ASSERT_TRUE(r.song);
-        EXPECT_TRUE(r.song->samples[4].flags & SF_COMPRESSED);
-    }
-}
-
 }  // namespace
 }  // namespace deqaz

@@ -1,4 +1,4 @@
-// Output naming, the overwrite question (on a pipe and on a real pseudo-terminal) and writing.
+// Output naming, and the overwrite question on a pipe and on a real pseudo-terminal.
 #include <fcntl.h>
 #include <pty.h>
 #include <termios.h>
@@ -161,29 +161,6 @@ TEST_F(PromptOnTerminal, OtherKeysIgnoredThenAnAnswer) {
         EXPECT_EQ(screen(), existing_ + " exists, overwrite? (Y/N) " + (*key == 'y' ? "Yes" : "No") + "\r\n");
     }
     EXPECT_EQ(readFile(existing_), "old");
-}
-
-TEST_F(PromptOnTerminal, HangUpAnswersNo) {
-    auto answer = ask();
-    close(master_);
-    master_ = -1;
-    ASSERT_EQ(answer.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    EXPECT_FALSE(answer.get());
-}
-
-TEST_F(OutputFileTest, WritesTheWholeBufferOnce) {
-    const uint8_t data[] = {'N', 'E', 'W', 0, 0xFF};
-    ASSERT_TRUE(writeOutputFile(existing_.c_str(), data, sizeof data, stdout));
-    EXPECT_EQ(readFile(existing_), std::string("NEW\0\xff", 5));
-
-    std::FILE* out = std::tmpfile();
-    ASSERT_TRUE(writeOutputFile("STDOUT", data, sizeof data, out));
-    EXPECT_EQ(readStream(out), std::string("NEW\0\xff", 5));
-    std::fclose(out);
-
-    const std::string missingDir = (dir / "none" / "x.it").string();
-    EXPECT_FALSE(writeOutputFile(missingDir.c_str(), data, sizeof data, stdout));
-    EXPECT_FALSE(dir.exists("none"));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Effect translation: stored commands into the note, instrument, volume and effect columns of each
-// target, the volume-column rules, collisions and their messages.
+// Effect translation: stored commands into the effect column of each target, collisions and
+// their messages, and the volume moved to an effect.
 #include "writers/translate.hpp"
 
 #include <gtest/gtest.h>
@@ -56,18 +56,6 @@ void runCases(const std::vector<Case>& cases) {
     }
 }
 
-TEST(TranslateTest, NoteAndInstrument) {
-    runCases({
-        {"note 0", XM, {{1, 0}}, {1, 0, 0, 0, 0}},
-        {"note 252", IT, {{1, 252}}, {253, 0, 0, 0, 0}},
-        {"note 253 becomes a cut", IT, {{1, 253}}, {254, 0, 0, 0, 0}},
-        {"note cut", S3M, {{1, 254}}, {254, 0, 0, 0, 0}},
-        {"note off", MOD, {{1, 255}}, {255, 0, 0, 0, 0}},
-        {"instrument 0", IT, {{2, 0}}, {0, 1, 0, 0, 0}},
-        {"instrument 255 is none", XM, {{1, 47}, {2, 255}}, {48, 0, 0, 0, 0}},
-    });
-}
-
 TEST(TranslateTest, EffectColumnPerTarget) {
     // Parameter 0x21 fits no volume column, so every command lands in the effect column: the
     // effect number for IT, S3M, XM and MOD/MTM. A command of one side keeps its number everywhere.
@@ -106,55 +94,6 @@ TEST(TranslateTest, EffectColumnPerTarget) {
     runCases(cases);
 }
 
-TEST(TranslateTest, ItVolumeColumn) {
-    runCases({
-        {"porta 32 -> vol", IT, {{6, 32}}, {0, 0, 199, 0, 0}},
-        {"porta 0 -> vol", IT, {{6, 0}}, {0, 0, 194, 0, 0}},
-        {"porta 255 -> vol", IT, {{6, 255}}, {0, 0, 203, 0, 0}},
-        {"porta 12 not in table", IT, {{6, 12}}, {0, 0, 0, 7, 12}},
-        {"porta with volume taken", IT, {{15, 0x20}, {6, 32}}, {0, 0, 0x21, 7, 32}},
-        {"vibrato depth 9", IT, {{7, 9}}, {0, 0, 213, 0, 0}},
-        {"vibrato 10", IT, {{7, 10}}, {0, 0, 0, 8, 10}},
-        {"pan 0", IT, {{11, 0}}, {0, 0, 129, 0, 0}},
-        {"pan 128", IT, {{11, 128}}, {0, 0, 161, 0, 0}},
-        {"pan 255", IT, {{11, 255}}, {0, 0, 193, 0, 0}},
-        {"pan 130", IT, {{11, 130}}, {0, 0, 0, 24, 130}},
-        {"pan with volume taken", IT, {{15, 0}, {11, 128}}, {0, 0, 1, 24, 128}},
-        {"set volume twice", IT, {{15, 10}, {15, 40}}, {0, 0, 41, 0, 0}},
-        {"set volume replaces porta", IT, {{6, 1}, {15, 64}}, {0, 0, 65, 0, 0}},
-    });
-}
-
-TEST(TranslateTest, XmVolumeColumn) {
-    runCases({
-        {"porta 0x20", XM, {{6, 0x20}}, {0, 0, 0xF2, 0, 0}},
-        {"porta 0x21", XM, {{6, 0x21}}, {0, 0, 0, 3, 0x21}},
-        {"pan 0x80", XM, {{11, 0x80}}, {0, 0, 0xC8, 0, 0}},
-        {"pan 0x84", XM, {{11, 0x84}}, {0, 0, 0, 8, 0x84}},
-        {"set volume", XM, {{15, 0x40}}, {0, 0, 0x50, 0, 0}},
-        {"second set volume", XM, {{15, 0x40}, {15, 0x20}}, {0, 0, 0x50, 12, 0x20}},
-        {"pan with volume taken", XM, {{15, 0}, {11, 0x80}}, {0, 0, 0x10, 8, 0x80}},
-        {"vol slide down", XM, {{20, 0x05}}, {0, 0, 0x65, 0, 0}},
-        {"vol slide up", XM, {{20, 0x50}}, {0, 0, 0x75, 0, 0}},
-        {"fine vol down", XM, {{21, 0x03}}, {0, 0, 0x83, 0, 0}},
-        {"fine vol up", XM, {{21, 0x30}}, {0, 0, 0x93, 0, 0}},
-        {"pan slide left", XM, {{27, 0x02}}, {0, 0, 0xD2, 0, 0}},
-        {"pan slide right", XM, {{27, 0x20}}, {0, 0, 0xE2, 0, 0}},
-        {"vibrato speed", XM, {{31, 5}}, {0, 0, 0xA5, 0, 0}},
-        {"vibrato depth", XM, {{32, 7}}, {0, 0, 0xB7, 0, 0}},
-        // A volume-column command moves what is there into the effect column.
-        {"porta moves", XM, {{6, 0x20}, {20, 0x03}}, {0, 0, 0x63, 3, 0x20}},
-        {"set volume moves", XM, {{15, 0x40}, {31, 5}}, {0, 0, 0xA5, 12, 0x40}},
-        {"pan moves", XM, {{11, 0x80}, {27, 1}}, {0, 0, 0xD1, 8, 0x80}},
-        {"slide is lost", XM, {{20, 5}, {21, 0x30}}, {0, 0, 0x93, 0, 0}, CLEAR_XM_VOL},
-        {"vibrato is lost twice", XM, {{31, 1}, {32, 2}, {31, 3}}, {0, 0, 0xA3, 0, 0}, repeat(CLEAR_XM_VOL, 2)},
-        {"moved volume collides", XM, {{4, 1}, {15, 0x20}, {20, 1}}, {0, 0, 0x61, 1, 1}, TWO_EFFECTS},
-        // The move runs in every target, reading the byte as an XM volume value.
-        {"move in IT", IT, {{15, 0x20}, {20, 1}}, {0, 0, 0x61, 12, 0x11}},
-        {"move in MOD", MOD, {{31, 1}, {32, 2}}, {0, 0, 0xB2, 0, 0}, CLEAR_XM_VOL},
-    });
-}
-
 TEST(TranslateTest, EffectCollisions) {
     runCases({
         {"IT rescues E into volume", IT, {{35, 8}, {43, 0x91}}, {0, 0, 108, 19, 0x91}},
@@ -173,26 +112,6 @@ TEST(TranslateTest, EffectCollisions) {
         {"D merges in any target", XM, {{10, 1}, {34, 2}}, {0, 0, 0, 12, 2}},
         {"D collides otherwise", IT, {{4, 1}, {34, 2}}, {0, 0, 0, 1, 1}, TWO_EFFECTS},
     });
-}
-
-TEST(TranslateTest, CommandListBounds) {
-    runCases({
-        {"command 0 ends the list", IT, {{1, 0x30}, {0, 0}, {2, 5}}, {0x31, 0, 0, 0, 0}},
-        {"unknown commands skipped", XM, {{52, 1}, {255, 3}, {4, 7}}, {0, 0, 0, 1, 7}},
-    });
-    // Only the group's own pairs are read, whatever follows it in the track.
-    const uint8_t bytes[] = {0x31, 4, 7, 5, 9, 1, 1};
-    MessageCapture capture;
-    EventCell cell;
-    translateEvent(cell, TrackGroup{bytes}, TranslateContext{XM, &capture.diag});
-    EXPECT_EQ((Cell{cell.note, cell.instrument, cell.volume, cell.effect, cell.parameter}), (Cell{0, 0, 0, 1, 7}));
-    // No group at all: an empty cell, whatever the cell held before.
-    for (Target t : {IT, S3M, XM, MOD}) {
-        cell = EventCell{1, 2, 3, 4, 5};
-        translateEvent(cell, TrackGroup{}, TranslateContext{t, &capture.diag});
-        EXPECT_EQ(cell.note | cell.instrument | cell.volume | cell.effect | cell.parameter, 0);
-    }
-    EXPECT_EQ(capture.text(), "");
 }
 
 TEST(TranslateTest, MoveVolumeToEffectDirect) {

@@ -1,9 +1,7 @@
-// MOD reader: periods to notes and back, signatures to channel counts (and the signature the
-// writer gives back), FLT8's split patterns, sample slots, the 15-sample layout, Pack-Ice detection,
-// damaged files.
+// MOD reader: the dialects whose layout differs from ProTracker's (Ice Tracker's and Chiptracker's
+// reusable tracks, His Master's Noise), read as libxmp reads them.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
 
 #include "common/endian.hpp"
@@ -14,24 +12,17 @@ namespace {
 
 using test::Bytes;
 
-// A MOD image: header, `patterns` patterns of `channels` channels, then sample data.
+// A 31-sample MOD image with a 4-character signature: header, `patterns` patterns of 4 channels,
+// then sample data.
 struct ModImage {
+    static constexpr size_t tableAt = 950, patternsAt = 1084, channels = 4;
     Bytes b;
-    unsigned channels;
-    size_t patternsAt;
-    size_t tableAt;
 
-    ModImage(const char* signature, unsigned channels_, unsigned patterns, bool fifteen = false)
-        : channels(channels_) {
-        const unsigned slots = fifteen ? 15 : 31;
-        tableAt = 20 + 30 * size_t{slots};
-        patternsAt = tableAt + 130 + (fifteen ? 0 : 4) + (std::strncmp(signature, "FA0", 3) == 0 ? 4 : 0);
-        b.assign(patternsAt + size_t{patterns} * 64 * channels * 4, 0);
+    ModImage(const char* signature, unsigned patterns) : b(patternsAt + size_t{patterns} * 64 * channels * 4, 0) {
         std::memcpy(b.data(), "a song", 6);
         b[tableAt] = 1;
         b[tableAt + 1] = 0x7F;
-        if (!fifteen) std::memcpy(&b[tableAt + 130], signature, 4);
-        if (std::strncmp(signature, "FA0", 3) == 0) b[1085] = 0x40;
+        std::memcpy(&b[tableAt + 130], signature, 4);
     }
     void orders(std::initializer_list<uint8_t> list, unsigned songLength) {
         b[tableAt] = uint8_t(songLength);
@@ -63,107 +54,6 @@ ReadResult readOk(const Bytes& b) {
 }
 
 Bytes writeBack(SongHeader& song) { return test::runWriteModule(song, 1).bytes; }
-
-unsigned formulaPeriod(unsigned n) { return unsigned(6848.0 * std::pow(2.0, (1 - int(n)) * 0.08333333333333333) + 0.5); }
-
-// Every note whose period fits 12 bits, by the writer's formula, reads back as that note (notes
-// whose periods coincide, the highest ones, as the highest of them); ProTracker's 762 lies
-// nearest note 39, and periods between notes round to the nearer one.
-TEST(ModReaderPeriods, EveryNotePeriodComesBack) {
-    ModImage m("M.K.", 4, 1);
-    for (unsigned n = 10; n <= 120; ++n) m.cell(0, (n - 1) / 4, (n - 1) % 4, formulaPeriod(n), 1, 0, 0);
-    m.cell(0, 40, 0, 762, 1, 0, 0), m.cell(0, 40, 1, 1712, 1, 0, 0), m.cell(0, 40, 2, 1, 1, 0, 0);
-    ReadResult r = readOk(m.b);
-    for (unsigned n = 10; n <= 120; ++n) {
-        const auto cmds = test::cellCommands(*r.song, 0, (n - 1) / 4, (n - 1) % 4);
-        ASSERT_FALSE(cmds.empty());
-        EXPECT_EQ(formulaPeriod(cmds[0].parameter + 1u), formulaPeriod(n)) << n;
-        EXPECT_TRUE(formulaPeriod(n) == formulaPeriod(n + 1) || cmds[0].parameter == n - 1) << n;
-    }
-    EXPECT_EQ(test::cellCommands(*r.song, 0, 40, 0)[0].parameter, 38);
-    EXPECT_EQ(test::cellCommands(*r.song, 0, 40, 1)[0].parameter, 24);
-    EXPECT_EQ(test::cellCommands(*r.song, 0, 40, 2)[0].parameter, 119);
-}
-
-// Dialects the corpus does not hold: FLT8's split patterns, Mod's Grave's 8-channel "M.K.", the
-// song length against the patterns named past it, and the restart byte.
-TEST(ModReaderLayout, SplitPatternsLyingSignaturesAndOrders) {
-    // Startrekker's FLT8 (EXO8, FLTM, EXOM) keeps each 8-channel pattern as two 4-channel halves
-    // and counts orders in halves; EXO4 is FLT4.
-    ReadResult r;
-    for (const char* signature : {"FLT8", "EXOM"}) {
-        ModImage flt(signature, 4, 2);
-        flt.orders({0, 0}, 2);
-        flt.cell(0, 5, 1, 428, 2, 0, 0);  // first half, channel 1
-        flt.cell(1, 5, 1, 214, 3, 0, 0);  // second half: channel 5
-        r = readOk(flt.b);
-        EXPECT_EQ(r.song->channels, 8);
-        EXPECT_EQ(r.song->patternCount, 1);
-        EXPECT_EQ(test::cellCommands(*r.song, 0, 5, 1)[1].parameter, 1);
-        EXPECT_EQ(test::cellCommands(*r.song, 0, 5, 5)[1].parameter, 2);
-    }
-    EXPECT_EQ(readOk(ModImage("EXO4", 4, 1).b).song->channels, 4);
-    // A "M.K." file whose size fits 8 channels and not 4 is Mod's Grave's.
-    ModImage grave("M.K.", 8, 1);
-    grave.slot(0, {1, 2}, 0, 64, 0, 1);
-    EXPECT_EQ(readOk(grave.b).song->channels, 8);
-
-    ModImage m("M.K.", 4, 3);
-    m.orders({1, 0, 1, 2}, 2);  // pattern 2 is named only past the song length
-    m.b[m.tableAt + 1] = 5;
-    m.slot(0, {0, 0, 0, 0}, 8, 0, 1, 1);  // finetune -8; a one-word loop is no loop
-    m.slot(1, {10, 20, 30, 40, 50, 60}, 0, 64, 1, 2);  // loop frames 2..6
-    r = readOk(m.b);
-    const SongHeader& s = *r.song;
-    EXPECT_EQ((std::array<int, 4>{s.patternCount, s.orderCount, s.restartPos, static_cast<int>(s.samples.size())}),
-              (std::array<int, 4>{2, 2, 5, 31}));
-    EXPECT_EQ((std::array<int, 4>{s.samples[0].flags, static_cast<int>(s.samples[0].frequency & 0xFF), s.samples[1].flags,
-                                  static_cast<int>(s.samples[1].loopStart)}),
-              (std::array<int, 4>{0, 0, SF_LOOP, 2}));
-    EXPECT_FALSE(r.warnings.empty());  // the dropped pattern
-    EXPECT_EQ(writeBack(*r.song)[951], 5);
-    m.b[m.tableAt + 1] = 0x7F;  // restart 127 is "none"
-    EXPECT_EQ(readOk(m.b).song->restartPos, 0);
-    for (size_t cut : {3, 6}) {  // as libxmp reads it: cut to the data present, or silence where none is
-        const std::vector<int16_t> expected = cut == 3 ? std::vector<int16_t>{2560, 5120, 7680} : std::vector<int16_t>(6);
-        EXPECT_EQ(test::pcmOf(readOk(Bytes(m.b.begin(), m.b.end() - long(cut))).song->samples[1]), expected);
-    }
-    // Pattern 2, named only past the song length, is not stored where the file's size says so.
-    ModImage two("M.K.", 4, 2);
-    two.orders({1, 0, 1, 2}, 2);
-    two.slot(0, std::vector<int8_t>(1100, 9), 0, 64, 0, 1);
-    EXPECT_EQ(readOk(two.b).song->samples[0].pcm[0][1099], 9 * 256);
-}
-
-TEST(ModReaderLayout, FifteenSampleModules) {
-    ModImage st("", 4, 1, true);
-    st.b[471] = 120;  // Soundtracker's tempo byte
-    st.cell(0, 0, 0, 428, 3, 0x0C, 0x30);
-    st.slot(2, {1, 2, 3, 4}, 0, 64, 0, 1);
-    ReadResult r = readOk(st.b);
-    EXPECT_EQ(r.song->sampleCount, 15);
-    const Bytes out = writeBack(*r.song);
-    EXPECT_EQ(std::string(out.begin() + 1080, out.begin() + 1084), "N.T.");
-    ReadResult again = readOk(out);
-    EXPECT_EQ(again.song->sampleCount, 15);  // "N.T." with empty upper slots
-    EXPECT_EQ(test::moduleDifference(*readOk(st.b).song, *again.song), "");
-    // Text or noise without a signature is no module.
-    Bytes noise(4000);
-    for (size_t i = 0; i < noise.size(); ++i) noise[i] = uint8_t(i * 131 + 7);
-    for (size_t n : {size_t{1000}, noise.size()})
-        EXPECT_EQ(readMod(noise.data(), n).error, "not a MOD file: no known signature and not a 15-sample module");
-    EXPECT_EQ(readModule(noise.data(), noise.size()).error, "unknown module format: no IT, XM, S3M, MTM or MOD signature");
-    // A crunched file is named as such, whichever end carries the packer's mark.
-    std::memcpy(noise.data(), "ICE!", 4);
-    for (size_t n : {size_t{12}, noise.size()})  // 12 bytes: the mark and the two sizes
-        EXPECT_EQ(readModule(noise.data(), n).error, "packed with Pack-Ice, not a module: unpack it first");
-    std::memcpy(noise.data(), "abcd", 4);
-    std::memcpy(noise.data() + noise.size() - 4, "Ice!", 4);
-    EXPECT_EQ(readModule(noise.data(), noise.size()).error, "packed with Pack-Ice, not a module: unpack it first");
-    ModImage mod("M.K.", 4, 1);
-    std::memcpy(mod.b.data(), "Ice! Ice!", 9);  // a song name, not the packer's mark
-    EXPECT_EQ(readModule(mod.b.data(), mod.b.size()).song->origin(), Origin::MOD);
-}
 
 // Soundtracker 2.6 / Ice Tracker: reusable tracks, four named for each song position.
 TEST(ModReaderLayout, IceTrackerPositionsPlayTheirTracks) {
@@ -232,7 +122,7 @@ TEST(ModReaderLayout, ChiptrackerReadsAsLibxmpReadsIt) {
 // not played, and the synth waveforms "Mupp" slots keep in patterns no order plays cleared (three
 // such patterns would make libxmp refuse the "M.K." file written back).
 TEST(ModReaderLayout, HisMastersNoiseReadsAsLibxmpReadsIt) {
-    ModImage m("FEST", 4, 5);
+    ModImage m("FEST", 5);
     m.orders({0, 4, 1}, 2);  // pattern 1 named only past the song's end
     m.slot(0, std::vector<int8_t>(64, 5), 254, 64, 0, 1);  // +1 step
     m.cell(0, 0, 0, 428, 1, 0x9, 0x10), m.cell(0, 1, 0, 428, 1, 0xE, 0x12), m.cell(0, 2, 1, 428, 1, 0x8, 0x40);
@@ -250,7 +140,7 @@ TEST(ModReaderLayout, HisMastersNoiseReadsAsLibxmpReadsIt) {
     const ReadResult r = readOk(m.b);
     for (unsigned row = 0; row < 4; ++row) EXPECT_EQ(test::cellCommands(*r.song, 0, row, row == 2).size(), 2u) << row;
     EXPECT_TRUE(test::cellCommands(*r.song, 1, 0, 0).empty());
-    EXPECT_EQ(readOk(ModImage("FEST", 4, 1).b).warnings, std::vector<std::string>{});  // nothing of the above, nothing said
+    EXPECT_EQ(readOk(ModImage("FEST", 1).b).warnings, std::vector<std::string>{});  // nothing of the above, nothing said
 }
 
 }  // namespace

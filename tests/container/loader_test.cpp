@@ -2,8 +2,6 @@
 // data placement, the writer's choice of coding, and the header and body failures.
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstring>
 
 #include "common/endian.hpp"
 #include "container/qaz_writer.hpp"

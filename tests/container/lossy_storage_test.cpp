@@ -1,6 +1,5 @@
-// The QAZ writer's lossy options: a module's samples stored as Ogg Vorbis (with and without
-// shared header pages) or Layer III, then loaded again, come back aligned and close to the
-// originals.
+// The QAZ writer's lossy options: a module's samples stored as Ogg Vorbis or Layer III, then
+// loaded again, come back aligned and close to the originals.
 #include <gtest/gtest.h>
 
 #include <cstdio>

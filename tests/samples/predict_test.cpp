@@ -1,5 +1,5 @@
-// Prediction-coded sample data: known streams decode to known values, damaged streams stay within
-// their bytes and terminate, and every encoder is the exact inverse of its decoder.
+// Prediction-coded sample data: known streams decode to known values, overlong codes are clamped
+// and terminate, and every encoder is the exact inverse of its decoder.
 #include "samples/predict.hpp"
 
 #include <gtest/gtest.h>

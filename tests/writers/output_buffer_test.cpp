@@ -6,9 +6,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "support/module_builder.hpp"
-#include "writers/translate.hpp"
-#include "writers/writers.hpp"
+#include "container/module.hpp"
 
 namespace deqaz {
 namespace {

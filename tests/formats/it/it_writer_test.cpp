@@ -3,7 +3,6 @@
 // and packed patterns' channel memory and special notes.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <string>
 #include <vector>
 
